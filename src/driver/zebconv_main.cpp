@@ -1,0 +1,5 @@
+#include <cstdlib>
+
+#include "driver/driver.h"
+
+int main(int argc, char* argv[]) { std::exit(RunConversion(argc, argv)); }

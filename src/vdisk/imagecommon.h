@@ -1,0 +1,23 @@
+// Small pieces shared by the sector image readers and writers.
+#pragma once
+
+#include <cstdint>
+
+#include "fileio/filepath.h"
+#include "track/vtrack.h"
+
+// True when the file cannot be opened for update (no owner-write bit, or the
+// read-write open fails): the image is then treated as write protected.
+bool ProbeWriteProtect(const Filepath& path);
+
+// Copies at most 59 characters of src (stopping at its NUL or after srcLen
+// bytes) into name[60] and terminates it.
+void CopyDiskName(char* name, const char* src, int srcLen = 59);
+
+// The writers' estimate of a track's length in bytes of its own density:
+// per sector 60 (MFM) or 31 (FM) + length + 2 + gap3, plus 212 or 106.
+int32_t EstimateTrackLength(const VTrack* t);
+
+// A new sector with the given ID, density, gaps, status and a copy of the data.
+VSector* MakeSector(int mfm, int c, int h, int r, int n, const uint8_t* data, int length,
+                    int gap2, int gap3, int status);
