@@ -1,8 +1,60 @@
 #include "vdisk/imagecommon.h"
 
-bool ProbeWriteProtect(const Filepath&) { return false; }
-void CopyDiskName(char* name, const char*, int) { name[0] = 0; }
-int32_t EstimateTrackLength(const VTrack*) { return 0; }
-VSector* MakeSector(int, int, int, int, int, const uint8_t*, int, int, int, int) {
-    return new VSector();
+#include <cstdint>
+#include <cstring>
+#include <limits>
+
+#include "fileio/fileio.h"
+
+bool ProbeWriteProtect(const Filepath& path) {
+    // An update-mode open needs the owner-write bit as well as a read-write
+    // open, so it also reports protection when running as root.
+    Fileio f;
+    const bool writable = f.Open(path, Fileio::ReadWrite);
+    f.Close();
+    return !writable;
+}
+
+void CopyDiskName(char* name, const char* src, int srcLen) {
+    int limit = srcLen < 59 ? srcLen : 59;
+    int n = 0;
+    if (src) {
+        while (n < limit && src[n] != '\0') n++;
+        if (n) std::memcpy(name, src, static_cast<size_t>(n));
+    }
+    std::memset(name + n, 0, static_cast<size_t>(60 - n));
+}
+
+int32_t EstimateTrackLength(const VTrack* t) {
+    if (!t) return 0;
+    int64_t sum = 0;
+    for (const VSector* s = t->sectors; s; s = s->next) {
+        sum += (s->mfm ? 60 : 31) + static_cast<int64_t>(s->length) + 2 + s->gap3;
+    }
+    if (sum != 0) sum += (t->mfmCount < t->fmCount) ? 106 : 212;
+    if (sum > std::numeric_limits<int32_t>::max()) return std::numeric_limits<int32_t>::max();
+    if (sum < std::numeric_limits<int32_t>::min()) return std::numeric_limits<int32_t>::min();
+    return static_cast<int32_t>(sum);
+}
+
+VSector* MakeSector(int mfm, int c, int h, int r, int n, const uint8_t* data, int length, int gap2,
+                    int gap3, int status) {
+    auto* s = new VSector();
+    s->mfm = mfm ? 1 : 0;
+    s->idC = static_cast<uint8_t>(c);
+    s->idH = static_cast<uint8_t>(h);
+    s->idR = static_cast<uint8_t>(r);
+    s->idN = static_cast<uint8_t>(n);
+    s->gap2 = gap2;
+    s->gap3 = gap3;
+    s->status = static_cast<uint8_t>(status);
+    if (length > 0) {
+        s->data = new uint8_t[static_cast<size_t>(length)];
+        if (data)
+            std::memcpy(s->data, data, static_cast<size_t>(length));
+        else
+            std::memset(s->data, 0, static_cast<size_t>(length));
+        s->length = length;
+    }
+    return s;
 }
