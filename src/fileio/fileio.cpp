@@ -1,16 +1,183 @@
+// Large-file offsets on 32-bit targets; must precede every system header.
+#ifndef _FILE_OFFSET_BITS
+#define _FILE_OFFSET_BITS 64
+#endif
+
 #include "fileio/fileio.h"
 
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+static_assert(sizeof(off_t) >= 8, "64-bit file offsets are required");
+
 Fileio::Fileio() : fd(-1), pos(0) {}
-Fileio::~Fileio() { Close(); }
-bool Fileio::Open(const char*, OpenMode) { return false; }
-bool Fileio::Open(const Filepath& path, OpenMode mode) { return Open(path.GetPath(), mode); }
-bool Fileio::Read(void*, int) { return false; }
-bool Fileio::Write(const void*, int) { return false; }
-bool Fileio::Seek(int64_t, int) { return false; }
-int64_t Fileio::GetFileSize() { return 0; }
-void Fileio::Close() {}
-bool Fileio::Load(const Filepath&, void*, int) { return false; }
-bool Fileio::Save(const Filepath&, const void*, int) { return false; }
-bool Fileio::ReadLine(char*, int) { return false; }
-int Fileio::IsExist(const char*) { return -1; }
-int Fileio::ListEntries(const char*, const char*, char (*)[260], int) { return 0; }
+Fileio::~Fileio() {
+    Close();
+}
+
+bool Fileio::Open(const char* fname, OpenMode mode) {
+    if (!fname || !fname[0]) {
+        Close();
+        return false;
+    }
+    Close();
+
+    int flags;
+    switch (mode) {
+        case ReadOnly:
+            flags = O_RDONLY;
+            break;
+        case WriteOnly:
+            flags = O_WRONLY | O_CREAT | O_TRUNC;
+            break;
+        case ReadWrite: {
+            // Decided by the permission bit itself, not by open(): a privileged
+            // user may open any file for writing.
+            struct stat st;
+            if (stat(fname, &st) != 0 || !(st.st_mode & S_IWUSR)) return false;
+            flags = O_RDWR;
+            break;
+        }
+        case Append:
+            flags = O_WRONLY | O_CREAT | O_APPEND;
+            break;
+        default:
+            return false;
+    }
+    int f;
+    do {
+        f = open(fname, flags | O_CLOEXEC, 0666);
+    } while (f < 0 && errno == EINTR);
+    if (f < 0) return false;
+    fd = f;
+    pos = 0;
+    return true;
+}
+
+bool Fileio::Open(const Filepath& path, OpenMode mode) {
+    return Open(path.GetPath(), mode);
+}
+
+bool Fileio::Read(void* buffer, int size) {
+    if (fd < 0 || size < 0 || (size > 0 && !buffer)) return false;
+    auto* p = static_cast<uint8_t*>(buffer);
+    size_t left = static_cast<size_t>(size);
+    while (left > 0) {
+        ssize_t n = read(fd, p, left);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return false;
+        p += n;
+        left -= static_cast<size_t>(n);
+        pos += n;
+    }
+    return true;
+}
+
+bool Fileio::Write(const void* buffer, int size) {
+    if (fd < 0 || size < 0 || (size > 0 && !buffer)) return false;
+    const auto* p = static_cast<const uint8_t*>(buffer);
+    size_t left = static_cast<size_t>(size);
+    while (left > 0) {
+        ssize_t n = write(fd, p, left);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return false;
+        p += n;
+        left -= static_cast<size_t>(n);
+        pos += n;
+    }
+    return true;
+}
+
+bool Fileio::Seek(int64_t offset, int relative) {
+    int64_t target = offset;
+    if (relative && __builtin_add_overflow(pos, offset, &target)) return false;
+    if (target == pos) return true;
+    if (fd < 0 || target < 0) return false;
+    off_t r = lseek(fd, static_cast<off_t>(target), SEEK_SET);
+    if (r < 0) return false;
+    pos = r;
+    return r == target;
+}
+
+int64_t Fileio::GetFileSize() {
+    if (fd < 0) return 0;
+    off_t end = lseek(fd, 0, SEEK_END);
+    if (lseek(fd, static_cast<off_t>(pos), SEEK_SET) < 0 || end < 0) return 0;
+    return end;
+}
+
+void Fileio::Close() {
+    if (fd >= 0) close(fd);
+    fd = -1;
+    pos = 0;
+}
+
+bool Fileio::Load(const Filepath& path, void* buffer, int size) {
+    if (!Open(path, ReadOnly)) return false;
+    bool ok = Read(buffer, size);
+    Close();
+    return ok;
+}
+
+bool Fileio::Save(const Filepath& path, const void* buffer, int size) {
+    if (!Open(path, WriteOnly)) return false;
+    bool ok = Write(buffer, size);
+    // A failed close can mean data that never reached the file.
+    ok = (close(fd) == 0) && ok;
+    fd = -1;
+    pos = 0;
+    return ok;
+}
+
+bool Fileio::ReadLine(char* buffer, int size) {
+    if (!buffer || size <= 0) return false;
+    int n = 0;
+    while (n < size - 1) {
+        char c;
+        if (!Read(&c, 1)) break;
+        buffer[n++] = c;
+        if (c == '\n') break;
+    }
+    buffer[n] = 0;
+    return n > 0;
+}
+
+int Fileio::IsExist(const char* fname) {
+    struct stat st;
+    if (!fname || stat(fname, &st) != 0) return -1;
+    if (S_ISREG(st.st_mode)) return 1;
+    if (S_ISDIR(st.st_mode)) return 0;
+    return -1;
+}
+
+namespace {
+int CompareNames(const void* a, const void* b) {
+    return std::strcmp(static_cast<const char*>(a), static_cast<const char*>(b));
+}
+}  // namespace
+
+int Fileio::ListEntries(const char* dir, const char* pattern, char (*names)[260], int capacity) {
+    if (!dir || !names || capacity <= 0) return 0;
+    DIR* d = opendir(dir);
+    if (!d) return 0;
+    int count = 0;
+    while (count < capacity) {
+        const dirent* e = readdir(d);
+        if (!e) break;
+        const char* n = e->d_name;
+        if (!std::strcmp(n, ".") || !std::strcmp(n, "..")) continue;
+        if (pattern && pattern[0] && !std::strstr(n, pattern)) continue;
+        // A name that does not fit would be listed as a different name.
+        if (std::strlen(n) >= sizeof(names[0])) continue;
+        std::strcpy(names[count++], n);
+    }
+    closedir(d);
+    std::qsort(names, static_cast<size_t>(count), sizeof(names[0]), CompareNames);
+    return count;
+}
