@@ -58,3 +58,12 @@ VSector* MakeSector(int mfm, int c, int h, int r, int n, const uint8_t* data, in
     }
     return s;
 }
+
+void AppendSectorData(std::vector<uint8_t>& out, const VSector* s) {
+    if (!s || s->length <= 0) return;
+    const auto len = static_cast<size_t>(s->length);
+    if (s->data)
+        out.insert(out.end(), s->data, s->data + len);
+    else
+        out.insert(out.end(), len, 0);
+}

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <vector>
 
 #include "fileio/filepath.h"
 #include "track/vtrack.h"
@@ -19,5 +20,9 @@ void CopyDiskName(char* name, const char* src, int srcLen = 59);
 int32_t EstimateTrackLength(const VTrack* t);
 
 // A new sector with the given ID, density, gaps, status and a copy of the data.
-VSector* MakeSector(int mfm, int c, int h, int r, int n, const uint8_t* data, int length,
-                    int gap2, int gap3, int status);
+VSector* MakeSector(int mfm, int c, int h, int r, int n, const uint8_t* data, int length, int gap2,
+                    int gap3, int status);
+
+// Appends a sector's data to out: its length bytes (zeros when it holds no data
+// buffer; nothing for a negative length).
+void AppendSectorData(std::vector<uint8_t>& out, const VSector* s);

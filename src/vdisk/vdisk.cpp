@@ -1,34 +1,98 @@
+// The sector-level disk: life cycle, track table and the choice of reader or
+// writer by file name.
+//
+// Ownership: the disk owns its tracks through the unique_ptr table, and each
+// track owns its sectors, so replacing a slot, Clear() and the destructor free
+// everything. Cleanup() resets the disk-wide fields only.
+//
+// Single-sided disks: Init(type, cylinders, 1) leaves the head-1 slots null.
+// Every writer reaches tracks through Track(c, h), which yields null for an
+// empty or out-of-range slot, and treats a null track as a track without
+// sectors. A format that needs sectors on both heads therefore refuses such a
+// disk; formats that can hold empty tracks write them as absent.
 #include "vdisk/vdisk.h"
 
 #include <cstring>
 
+namespace {
+
+bool InTable(int c, int h) {
+    return c >= 0 && c < VDisk::kMaxCylinders && h >= 0 && h < VDisk::kMaxHeads;
+}
+
+}  // namespace
+
 VDisk::VDisk() : type(0), cylinders(0), heads(0), name{}, writeProtect(0) {}
+
 VDisk::~VDisk() = default;
+
 void VDisk::Init(int t, int c, int h) {
-    std::memset(name, 0, sizeof(name));
-    writeProtect = 0;
+    Clear();
     type = t;
-    cylinders = c;
-    heads = h;
+    // The table cannot hold more than its own size.
+    cylinders = c < kMaxCylinders ? c : kMaxCylinders;
+    heads = h < kMaxHeads ? h : kMaxHeads;
+    if (cylinders < 1 || heads < 1) return;
+    for (int cyl = 0; cyl < cylinders; cyl++)
+        for (int hd = 0; hd < heads; hd++) NewTrack(cyl, hd);
 }
+
 void VDisk::Cleanup() {
-    type = cylinders = heads = 0;
+    type = 0;
+    cylinders = 0;
+    heads = 0;
     std::memset(name, 0, sizeof(name));
     writeProtect = 0;
 }
+
 VTrack* VDisk::Track(int c, int h) const {
-    if (c < 0 || c >= kMaxCylinders || h < 0 || h >= kMaxHeads) return nullptr;
+    if (!InTable(c, h)) return nullptr;
     return tracks[c][h].get();
 }
+
 VTrack* VDisk::NewTrack(int c, int h) {
-    if (c < 0 || c >= kMaxCylinders || h < 0 || h >= kMaxHeads) return nullptr;
+    if (!InTable(c, h)) return nullptr;
     tracks[c][h] = std::make_unique<VTrack>();
     return tracks[c][h].get();
 }
+
 void VDisk::Clear() {
     for (auto& row : tracks)
         for (auto& t : row) t.reset();
     Cleanup();
 }
-int VDisk::Import(const Filepath&, int) { return 0; }
-int VDisk::Export(const Filepath&) { return 0; }
+
+int VDisk::Import(const Filepath& path, int diskno) {
+    // A plain image is known by its size alone, whatever its extension.
+    int r = ImportFIX(path);
+    if (r != 0) return r;
+
+    if (path.HasExt(".D68") || path.HasExt(".D88") || path.HasExt(".D77") || path.HasExt(".D98"))
+        return ImportD68(path, diskno);
+    if (path.HasExt(".DIM")) return ImportDIM(path);
+    if (path.HasExt(".FDI")) return ImportFDI(path);
+    if (path.HasExt(".FDD")) return ImportFDD(path);
+    if (path.HasExt(".NFD")) return ImportNFD(path);
+    return 0;
+}
+
+int VDisk::Export(const Filepath& path) {
+    struct FixExt {
+        const char* ext;
+        int row;
+    };
+    static constexpr FixExt kFixExts[] = {
+        {".XDF", 0}, {".HDM", 0}, {".2HD", 0}, {".DUP", 0}, {".IMG", 0},
+        {".2HC", 3}, {".2HQ", 5}, {".2DD", 8}, {".2D", 9},
+    };
+    for (const FixExt& e : kFixExts)
+        if (path.HasExt(e.ext)) return ExportFIX(e.row, path);
+
+    if (path.HasExt(".D68") || path.HasExt(".D88") || path.HasExt(".D77") || path.HasExt(".D98"))
+        return ExportD68(path);
+    if (path.HasExt(".DIM")) return ExportDIM(path);
+    if (path.HasExt(".FDI")) return ExportFDI(path);
+    if (path.HasExt(".FDD")) return ExportFDD(path);
+    if (path.HasExt(".NFD")) return ExportNFD(path);
+    return 0;
+}
