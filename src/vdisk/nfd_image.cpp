@@ -1,4 +1,181 @@
+// NFD images (revision R0): a fixed header with a sector table for 163 tracks
+// of up to 26 sectors, then the data of every sector back to back in table
+// order. The entries carry no offsets.
+#include <algorithm>
+#include <cstdint>
+#include <vector>
+
+#include "fileio/fieldio.h"
+#include "fileio/fileio.h"
+#include "vdisk/imagecommon.h"
 #include "vdisk/vdisk.h"
 
-int VDisk::ImportNFD(const Filepath&) { return 0; }
-int VDisk::ExportNFD(const Filepath&) { return 0; }
+namespace {
+
+// Header layout.
+constexpr size_t kNfdSignature = 0x00000;  // 16 bytes
+constexpr size_t kNfdComment = 0x00010;    // 256 bytes, NUL-terminated
+constexpr size_t kNfdCommentField = 256;
+constexpr size_t kNfdCommentEnd = 0x0004B;  // forced NUL: 59 name characters
+constexpr size_t kNfdHeaderSizeField = 0x00110;
+constexpr size_t kNfdWriteProtect = 0x00114;
+constexpr size_t kNfdHeads = 0x00115;
+constexpr size_t kNfdTable = 0x00120;
+constexpr size_t kNfdTableEnd = 0x10A00;  // 16 reserved bytes follow
+constexpr size_t kNfdHeaderSize = 0x10A10;
+
+constexpr int kNfdTracks = 163;
+constexpr int kNfdEntries = 26;  // per track
+constexpr size_t kNfdEntrySize = 16;
+constexpr int kNfdMaxCylinders = 82;
+
+// Sector entry layout.
+constexpr size_t kNfdEntC = 0;
+constexpr size_t kNfdEntH = 1;
+constexpr size_t kNfdEntR = 2;
+constexpr size_t kNfdEntN = 3;
+constexpr size_t kNfdEntDensity = 4;
+constexpr size_t kNfdEntDeleted = 5;
+constexpr size_t kNfdEntStatus = 6;  // four status bytes
+constexpr size_t kNfdEntMedia = 10;
+constexpr size_t kNfdEntUnusedFill = 11;   // bytes 0..10 of an unused entry are 0xFF
+constexpr uint8_t kNfdStatusHead1 = 0x04;  // status byte 7 on head 1
+
+constexpr uint8_t kNfdMedia2HD = 0x90;
+constexpr uint8_t kNfdMedia2HD300 = 0x30;
+constexpr uint8_t kNfdMedia2DD = 0x10;  // 2D and 2DD alike
+constexpr int32_t kNfdLongTrack = 11000;
+constexpr uint8_t kNfdUnused = 0xFF;
+
+static_assert(kNfdTable + kNfdTracks * kNfdEntries * kNfdEntrySize == kNfdTableEnd);
+static_assert(kNfdTableEnd + 16 == kNfdHeaderSize);
+
+constexpr char kNfdSignatureText[16] = "T98FDDIMAGE.R0\0";
+constexpr size_t kNfdSignatureCheck = 14;
+
+constexpr size_t NfdEntry(int track, int i) {
+    return kNfdTable +
+           (static_cast<size_t>(track) * kNfdEntries + static_cast<size_t>(i)) * kNfdEntrySize;
+}
+
+bool NfdEntryUnused(const FieldReader& r, size_t e) {
+    return r.U8(e + kNfdEntC) == kNfdUnused && r.U8(e + kNfdEntH) == kNfdUnused &&
+           r.U8(e + kNfdEntR) == kNfdUnused && r.U8(e + kNfdEntN) == kNfdUnused;
+}
+
+}  // namespace
+
+int VDisk::ImportNFD(const Filepath& path) {
+    Clear();
+    const bool protectedFile = ProbeWriteProtect(path);
+    Fileio f;
+    if (!f.Open(path, Fileio::ReadOnly)) return 0;
+    const int64_t fileSize = f.GetFileSize();
+    if (fileSize < static_cast<int64_t>(kNfdHeaderSize)) return 0;
+    std::vector<uint8_t> hdr(kNfdHeaderSize);
+    if (!f.Read(hdr.data(), static_cast<int>(hdr.size()))) return 0;
+    FieldReader r(hdr.data(), hdr.size());
+    if (!r.Equals(kNfdSignature, kNfdSignatureText, kNfdSignatureCheck)) return 0;
+    if (r.U8(kNfdHeads) != 2) return 0;
+
+    int firstUnused = -1;
+    for (int t = 0; t < kNfdTracks; t++) {
+        if (r.U8(NfdEntry(t, 0) + kNfdEntC) == kNfdUnused) {
+            firstUnused = t;
+            break;
+        }
+    }
+    const int cyls = firstUnused >= 0 ? (firstUnused + 1) / 2 : kNfdMaxCylinders;
+    int mediaType;
+    switch (r.U8(NfdEntry(0, 0) + kNfdEntMedia)) {
+        case kNfdMedia2HD:
+        case kNfdMedia2HD300:
+            mediaType = VDISK_2HD;
+            break;
+        case kNfdMedia2DD:
+            mediaType = (firstUnused < 0 || firstUnused > 84) ? VDISK_2DD : VDISK_2D;
+            break;
+        default:
+            return 0;
+    }
+
+    Init(mediaType, cyls, 2);
+    hdr[kNfdCommentEnd] = 0;
+    CopyDiskName(name, reinterpret_cast<const char*>(hdr.data() + kNfdComment), 59);
+    writeProtect = (r.U8(kNfdWriteProtect) != 0 || protectedFile) ? 1 : 0;
+
+    // The data follows the header in table order.
+    std::vector<uint8_t> buf;
+    for (int t = 0; t < 2 * cylinders; t++) {
+        VTrack* trk = NewTrack(t / 2, t % 2);
+        for (int i = 0; i < kNfdEntries; i++) {
+            const size_t e = NfdEntry(t, i);
+            if (NfdEntryUnused(r, e)) break;
+            const int n = r.U8(e + kNfdEntN);
+            const int length = 128 << std::min(n, 7);
+            if (f.GetFilePos() + length > fileSize) return 0;
+            buf.resize(static_cast<size_t>(length));
+            if (!f.Read(buf.data(), length)) return 0;
+            const int mfm = r.U8(e + kNfdEntDensity) != 0 ? 1 : 0;
+            const int gap3 = mfm ? Gap3MFM[std::min(n, 3)] : Gap3FM[std::min(n, 3)];
+            trk->AddSector(MakeSector(mfm, r.U8(e + kNfdEntC), r.U8(e + kNfdEntH),
+                                      r.U8(e + kNfdEntR), n, buf.data(), length, mfm ? 22 : 11,
+                                      gap3, r.U8(e + kNfdEntDeleted) ? SECT_DELETED : 0));
+        }
+    }
+    return 1;
+}
+
+int VDisk::ExportNFD(const Filepath& path) {
+    const int cyls = std::clamp<int>(cylinders, 0, kNfdMaxCylinders);
+    // A track of more than 26 sectors does not fit the table: refuse before
+    // creating anything.
+    for (int c = 0; c < cyls; c++) {
+        for (int h = 0; h < 2; h++) {
+            const VTrack* t = Track(c, h);
+            if (t && t->SectorCount() > kNfdEntries) return 0;
+        }
+    }
+
+    std::vector<uint8_t> hdr(kNfdHeaderSize, 0);
+    FieldWriter w(hdr.data(), hdr.size());
+    for (int t = 0; t < kNfdTracks; t++) {
+        for (int i = 0; i < kNfdEntries; i++) w.Fill(NfdEntry(t, i), kNfdUnused, kNfdEntUnusedFill);
+    }
+    w.Bytes(kNfdSignature, kNfdSignatureText, sizeof(kNfdSignatureText));
+    w.Text(kNfdComment, name, kNfdCommentField - 1, kNfdCommentField);
+    w.U32(kNfdHeaderSizeField, kNfdHeaderSize);
+    w.U8(kNfdWriteProtect, 0);
+    w.U8(kNfdHeads, 2);
+
+    Fileio f;
+    if (!f.Open(path, Fileio::WriteOnly)) return 0;
+    if (!f.Write(hdr.data(), static_cast<int>(hdr.size()))) return 0;
+    for (int c = 0; c < cyls; c++) {
+        for (int h = 0; h < 2; h++) {
+            const VTrack* t = Track(c, h);
+            if (!t) continue;
+            uint8_t media = kNfdMedia2DD;
+            if (type == VDISK_2HD) {
+                media = EstimateTrackLength(t) >= kNfdLongTrack ? kNfdMedia2HD300 : kNfdMedia2HD;
+            }
+            int i = 0;
+            for (const VSector* s = t->sectors; s && i < kNfdEntries; s = s->next, i++) {
+                const size_t e = NfdEntry(2 * c + h, i);
+                w.U8(e + kNfdEntC, s->idC);
+                w.U8(e + kNfdEntH, s->idH);
+                w.U8(e + kNfdEntR, s->idR);
+                w.U8(e + kNfdEntN, s->idN);
+                w.U8(e + kNfdEntDensity, s->mfm ? 1 : 0);
+                w.U8(e + kNfdEntDeleted, (s->status & SECT_DELETED) ? 1 : 0);
+                w.Fill(e + kNfdEntStatus, 0, 4);
+                w.U8(e + kNfdEntStatus + 1, s->idH ? kNfdStatusHead1 : 0);
+                w.U8(e + kNfdEntMedia, media);
+                if (s->length <= 0) continue;
+                if (!s->data || !f.Write(s->data, s->length)) return 0;
+            }
+        }
+    }
+    if (!f.Seek(0, 0) || !f.Write(hdr.data(), static_cast<int>(hdr.size()))) return 0;
+    return 1;
+}
