@@ -1,5 +1,143 @@
+// The bridge between the track-level disk and every other image format: HFE
+// directly, sector images through a VDisk whose tracks are encoded on import
+// and decoded on export.
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+
+#include "fileio/fieldio.h"
+#include "vdisk/vdisk.h"
 #include "zebdisk/zebdisk.h"
 
-bool ZEBDisk::Import(const Filepath&, int) { return false; }
-bool ZEBDisk::Export(const Filepath&, int) { return false; }
-std::unique_ptr<VTrack> ZEBDisk::Analyze(int, int, int) { return nullptr; }
+namespace {
+
+// A 2HD track 0 at least this long (in bytes of its density) only fits a disk
+// turning at 300 rpm; shorter ones are 360 rpm media.
+constexpr int kLong2HDTrack = 11000;
+constexpr int kNameMax = zebhdr::kNameLen - 1;
+
+// A record's bit length, kept within the bits its data buffer holds.
+int BitsWithin(int bits, int dataBytes) {
+    const int64_t cap = static_cast<int64_t>(std::max(dataBytes, 0)) * 8;
+    return static_cast<int>(std::clamp<int64_t>(bits, 0, cap));
+}
+
+}  // namespace
+
+bool ZEBDisk::Import(const Filepath& path, int diskno) {
+    Cleanup();
+    if (path.IsClear()) return false;
+
+    if (path.HasExt(".HFE")) {
+        if (!ImportHFE(path)) {
+            Cleanup();
+            return false;
+        }
+        initialized = 1;
+        return true;
+    }
+
+    VDisk vdisk;
+    if (!vdisk.Import(path, diskno)) return false;
+
+    const VTrack* first = vdisk.Track(0, 0);
+    const int firstLength = first ? first->GetLength() : 0;
+    bool ok;
+    switch (vdisk.type) {
+        case VDISK_2DD:
+            ok = Init(ZEB_2DD, 0, 0, 0);
+            break;
+        case VDISK_2HD:
+            ok = Init(ZEB_2HD, 0, firstLength < kLong2HDTrack ? 360 : 300, 0);
+            break;
+        case VDISK_2D:
+            ok = Init(ZEB_2D, 0, 0, 0);
+            break;
+        default:
+            ok = false;
+            break;
+    }
+    if (!ok) {
+        Cleanup();
+        return false;
+    }
+
+    FieldWriter hdr(header, sizeof header);
+    char name[zebhdr::kNameLen] = {};
+    std::memcpy(name, vdisk.name, std::min(sizeof name, sizeof vdisk.name));
+    name[kNameMax] = 0;
+    hdr.Text(zebhdr::kName, name, kNameMax, zebhdr::kNameLen);
+    SetHeaderInt(zebhdr::kWriteProtect, vdisk.writeProtect ? 1 : 0);
+
+    const int cylinders = std::clamp(vdisk.cylinders, 0, kMaxCylinders);
+    const int heads = std::clamp(vdisk.heads, 0, kMaxHeads);
+    for (int c = 0; c < cylinders; c++) {
+        for (int h = 0; h < heads; h++) {
+            VTrack* t = vdisk.Track(c, h);
+            uint8_t* data = GetTrackData(c, h);
+            if (!t || !data) continue;
+            const int slot = c * 2 + h;
+            const int bits = t->Encode(0, data, GetTrackLen(c, h));
+            SetRecordInt(slot, zebrec::kBitLength, BitsWithin(bits, RecordDataSize(slot)));
+        }
+    }
+    initialized = 1;
+    return true;
+}
+
+bool ZEBDisk::Export(const Filepath& path, int mode) {
+    if (!initialized || path.IsClear()) return false;
+
+    // The decoder and HFE want cells; the converted disk stays in the object.
+    if (Type() == ZEB_RAW) ConvertEncBody();
+
+    if (path.HasExt(".HFE")) return ExportHFE(path);
+
+    const int cylinders = Cylinders();
+    const int heads = Heads();
+    if (cylinders < 0 || cylinders > kMaxCylinders || heads < 0 || heads > kMaxHeads) return false;
+
+    int vtype;
+    switch (Type()) {
+        case ZEB_2D:
+            vtype = VDISK_2D;
+            break;
+        case ZEB_2DD:
+            vtype = VDISK_2DD;
+            break;
+        default:
+            vtype = VDISK_2HD;
+            break;
+    }
+    VDisk vdisk;
+    vdisk.Init(vtype, cylinders, heads);
+    for (int c = 0; c < cylinders; c++) {
+        for (int h = 0; h < heads; h++) {
+            VTrack* t = vdisk.Track(c, h);
+            uint8_t* data = GetTrackData(c, h);
+            if (!t || !data) continue;
+            const int bits = BitsWithin(GetTrackLen(c, h), RecordDataSize(c * 2 + h));
+            t->Decode(0, data, bits, mode);
+        }
+    }
+
+    char name[zebhdr::kNameLen] = {};
+    GetName(name);
+    name[kNameMax] = 0;
+    std::memset(vdisk.name, 0, sizeof vdisk.name);
+    std::memcpy(vdisk.name, name, std::min(sizeof name, sizeof vdisk.name));
+    vdisk.writeProtect = HeaderInt(zebhdr::kWriteProtect) ? 1 : 0;
+    return vdisk.Export(path) != 0;
+}
+
+std::unique_ptr<VTrack> ZEBDisk::Analyze(int cylinder, int head, int mode) {
+    if (!initialized || cylinder < 0 || head < 0 || cylinder >= Cylinders() || head >= Heads() ||
+        cylinder >= kMaxCylinders || head >= kMaxHeads)
+        return nullptr;
+    auto t = std::make_unique<VTrack>();
+    uint8_t* data = GetTrackData(cylinder, head);
+    if (!data) return t;
+    const int bits = BitsWithin(GetTrackLen(cylinder, head), RecordDataSize(cylinder * 2 + head));
+    t->Decode(Type() == ZEB_RAW ? 1 : 0, data, bits, mode);
+    return t;
+}

@@ -1,4 +1,239 @@
+// HFE track images: a 512-byte header, a track list at block 1 and, per
+// cylinder, 512-byte blocks that interleave 256-byte pieces of side 0 and side 1.
+// HFE keeps the first cell of a byte in its least significant bit; ZEB keeps it
+// in the most significant bit, so every byte is bit-reversed on the way.
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <vector>
+
+#include "fileio/fieldio.h"
+#include "fileio/fileio.h"
 #include "zebdisk/zebdisk.h"
 
-bool ZEBDisk::ExportHFE(const Filepath&) { return false; }
-bool ZEBDisk::ImportHFE(const Filepath&) { return false; }
+namespace {
+
+// Header block layout.
+namespace hfehdr {
+constexpr size_t kSignature = 0;
+constexpr size_t kSignatureLen = 8;
+constexpr size_t kRevision = 8;
+constexpr size_t kTracks = 9;
+constexpr size_t kSides = 10;
+constexpr size_t kEncoding = 11;
+constexpr size_t kBitRate = 12;
+constexpr size_t kRpm = 14;
+constexpr size_t kInterfaceMode = 16;
+constexpr size_t kReserved17 = 17;
+constexpr size_t kTrackListOffset = 18;
+constexpr size_t kWriteAllowed = 20;
+// Bytes read back on import: everything through the write-allowed flag and a
+// little more, as far as a short file must reach to be taken for an HFE image.
+constexpr size_t kReadSize = 26;
+}  // namespace hfehdr
+
+// Track list entry layout.
+namespace hfetrk {
+constexpr size_t kBlock = 0;
+constexpr size_t kLength = 2;
+constexpr size_t kEntrySize = 4;
+}  // namespace hfetrk
+
+constexpr char kHfeSignature[] = "HXCPICFE";
+constexpr size_t kBlockSize = 512;
+constexpr size_t kPiece = 256;  // bytes of one side in a block
+constexpr int kMaxTracks = 84;
+constexpr uint8_t kEncodingMFM = 0;
+constexpr uint8_t kModeIbmPcHd = 1;
+constexpr uint8_t kModeGeneric = 7;
+
+constexpr std::array<uint8_t, 256> MakeBitReverse() {
+    std::array<uint8_t, 256> t{};
+    for (int i = 0; i < 256; i++) {
+        int r = 0;
+        for (int b = 0; b < 8; b++)
+            if (i & (1 << b)) r |= 0x80 >> b;
+        t[static_cast<size_t>(i)] = static_cast<uint8_t>(r);
+    }
+    return t;
+}
+constexpr std::array<uint8_t, 256> kBitReverse = MakeBitReverse();
+
+void ReverseCopy(uint8_t* dst, const uint8_t* src, size_t n) {
+    for (size_t i = 0; i < n; i++) dst[i] = kBitReverse[src[i]];
+}
+
+// Copies up to n bytes of a record's data from offset off, as far as the record
+// holds them; the rest of dst is left as it was (zero).
+void CopyRecordBytes(uint8_t* dst, const uint8_t* data, size_t dataSize, size_t off, size_t n) {
+    if (!data || off >= dataSize) return;
+    std::memcpy(dst, data + off, std::min(n, dataSize - off));
+}
+
+}  // namespace
+
+bool ZEBDisk::ExportHFE(const Filepath& path) {
+    const int cylinders = Cylinders();
+    if (!initialized || cylinders < 0 || cylinders > kMaxTracks) return false;
+
+    // Lay out the track list first, so that a disk that cannot be written leaves
+    // no file behind.
+    std::array<uint8_t, 2 * kBlockSize> head{};
+    head.fill(0xFF);
+    FieldWriter hdr(head.data(), kBlockSize);
+    hdr.Bytes(hfehdr::kSignature, kHfeSignature, hfehdr::kSignatureLen);
+    hdr.U8(hfehdr::kRevision, 0);
+    hdr.U8(hfehdr::kTracks, static_cast<uint32_t>(cylinders));
+    hdr.U8(hfehdr::kSides, static_cast<uint32_t>(Heads()));
+    hdr.U8(hfehdr::kEncoding, kEncodingMFM);
+    hdr.U16(hfehdr::kBitRate, static_cast<uint32_t>(Rate() / 2));
+    hdr.U16(hfehdr::kRpm, static_cast<uint32_t>(Rpm()));
+    hdr.U8(hfehdr::kInterfaceMode, Type() == ZEB_2HD ? kModeIbmPcHd : kModeGeneric);
+    hdr.U8(hfehdr::kReserved17, 1);
+    hdr.U16(hfehdr::kTrackListOffset, 1);
+    hdr.U8(hfehdr::kWriteAllowed, HeaderInt(zebhdr::kWriteProtect) ? 0x00 : 0xFF);
+
+    FieldWriter list(head.data() + kBlockSize, kBlockSize);
+    std::vector<uint32_t> lengths(static_cast<size_t>(cylinders));
+    uint32_t block = 2;
+    for (int c = 0; c < cylinders; c++) {
+        const int bits = std::max(0, std::min(GetTrackLen(c, 0), GetTrackLen(c, 1)));
+        const uint32_t length = static_cast<uint32_t>(bits / 8) * 2;
+        if (length > 0xFFFF || block > 0xFFFF) return false;  // does not fit the 16-bit fields
+        list.U16(static_cast<size_t>(c) * hfetrk::kEntrySize + hfetrk::kBlock, block);
+        list.U16(static_cast<size_t>(c) * hfetrk::kEntrySize + hfetrk::kLength, length);
+        lengths[static_cast<size_t>(c)] = length;
+        block += (length + kBlockSize - 1) / kBlockSize;
+    }
+    if (!hdr.ok() || !list.ok()) return false;
+
+    Fileio fio;
+    if (!fio.Open(path, Fileio::WriteOnly)) return false;
+    if (!fio.Write(head.data(), static_cast<int>(head.size()))) return false;
+
+    std::vector<uint8_t> side[2];
+    std::vector<uint8_t> out;
+    for (int c = 0; c < cylinders; c++) {
+        const size_t length = lengths[static_cast<size_t>(c)];
+        if (length <= 1) continue;
+        const size_t per = length / 2;
+        const size_t pieces = (per + kPiece - 1) / kPiece;
+        // Each side's bytes, zero past its length: the last piece carries only
+        // per % 256 bytes, so a side of an exact multiple of 256 ends in a zero piece.
+        const size_t keep = (pieces - 1) * kPiece + per % kPiece;
+        for (int s = 0; s < 2; s++) {
+            side[s].assign(pieces * kPiece, 0);
+            const int slot = c * 2 + s;
+            CopyRecordBytes(side[s].data(), GetTrackData(c, s),
+                            static_cast<size_t>(RecordDataSize(slot)), 0, keep);
+        }
+        out.resize(pieces * kBlockSize);
+        for (size_t i = 0; i < pieces; i++) {
+            ReverseCopy(out.data() + i * kBlockSize, side[0].data() + i * kPiece, kPiece);
+            ReverseCopy(out.data() + i * kBlockSize + kPiece, side[1].data() + i * kPiece, kPiece);
+        }
+        if (!fio.Write(out.data(), static_cast<int>(out.size()))) return false;
+    }
+    fio.Close();
+    return true;
+}
+
+bool ZEBDisk::ImportHFE(const Filepath& path) {
+    Fileio fio;
+    int ro = 1;
+    if (fio.Open(path, Fileio::ReadWrite)) {
+        fio.Close();
+        ro = 0;
+    }
+    if (!fio.Open(path, Fileio::ReadOnly)) return false;
+    const int64_t fileSize = fio.GetFileSize();
+
+    uint8_t hbuf[hfehdr::kReadSize];
+    if (fileSize < static_cast<int64_t>(sizeof hbuf) || !fio.Read(hbuf, sizeof hbuf)) return false;
+    FieldReader hdr(hbuf, sizeof hbuf);
+    if (!hdr.Equals(hfehdr::kSignature, kHfeSignature, hfehdr::kSignatureLen)) return false;
+    const int tracks = hdr.U8(hfehdr::kTracks);
+    const int bitRate = hdr.U16(hfehdr::kBitRate);
+    const int64_t listOffset = static_cast<int64_t>(hdr.U16(hfehdr::kTrackListOffset)) * kBlockSize;
+    // A list at block 0 would be the header itself.
+    if (tracks < 1 || tracks > kMaxTracks || listOffset == 0) return false;
+
+    const size_t listBytes = static_cast<size_t>(tracks) * hfetrk::kEntrySize;
+    if (listOffset + static_cast<int64_t>(listBytes) > fileSize) return false;
+    std::vector<uint8_t> lbuf(listBytes);
+    if (!fio.Seek(listOffset, 0) || !fio.Read(lbuf.data(), static_cast<int>(listBytes)))
+        return false;
+    FieldReader list(lbuf.data(), lbuf.size());
+
+    // Every entry must name a non-empty track lying wholly inside the file, in
+    // whole 512-byte blocks, before anything is allocated for it.
+    std::vector<int64_t> offsets(static_cast<size_t>(tracks));
+    std::vector<int> lengths(static_cast<size_t>(tracks));
+    int longest = 0;
+    for (int c = 0; c < tracks; c++) {
+        const size_t e = static_cast<size_t>(c) * hfetrk::kEntrySize;
+        const int64_t off = static_cast<int64_t>(list.U16(e + hfetrk::kBlock)) * kBlockSize;
+        const int length = list.U16(e + hfetrk::kLength);
+        const int64_t blocks = (length + static_cast<int64_t>(kBlockSize) - 1) / kBlockSize;
+        if (length == 0 || off + blocks * static_cast<int64_t>(kBlockSize) > fileSize) return false;
+        offsets[static_cast<size_t>(c)] = off;
+        lengths[static_cast<size_t>(c)] = length;
+        longest = std::max(longest, length);
+    }
+
+    int type, rate, k;
+    if (tracks < 43) {
+        type = ZEB_2D, rate = 500, k = 30000000;
+    } else if (bitRate == 250) {
+        type = ZEB_2DD, rate = 500, k = 30000000;
+    } else {
+        type = ZEB_2HD, rate = 1000, k = 60000000;
+    }
+    const int estimate = k / (lengths[0] * 4);
+    const int rpm = std::abs(estimate - 300) < std::abs(estimate - 360) ? 300 : 360;
+    if (!Init(type, rate, rpm, 0)) return false;
+    readOnly = ro;
+
+    // Whole 256-byte pieces are stored, so a record holds each side's length
+    // rounded up to a multiple of 256.
+    const int need = ((longest + static_cast<int>(kBlockSize) - 1) / static_cast<int>(kBlockSize)) *
+                         static_cast<int>(kPiece) +
+                     zebrec::kData;
+    if (BlockSize() < need) {
+        SetHeaderInt(zebhdr::kBlockSize, need);
+        const int nominal = Rate() * 60000 / Rpm();
+        for (int c = 0; c < Cylinders() && c < kMaxCylinders; c++)
+            for (int h = 0; h < Heads() && h < kMaxHeads; h++)
+                NewRecord(c * 2 + h, need, c, h, nominal);
+    }
+
+    std::vector<uint8_t> buf;
+    for (int c = 0; c < tracks; c++) {
+        const int length = lengths[static_cast<size_t>(c)];
+        const size_t blocks = (static_cast<size_t>(length) + kBlockSize - 1) / kBlockSize;
+        buf.resize(blocks * kBlockSize);
+        if (!fio.Seek(offsets[static_cast<size_t>(c)], 0) ||
+            !fio.Read(buf.data(), static_cast<int>(buf.size()))) {
+            Cleanup();
+            return false;
+        }
+        for (int s = 0; s < 2; s++) {
+            const int slot = c * 2 + s;
+            // A record smaller than the pieces (a cylinder beyond the disk's own
+            // geometry kept its blank record) is replaced by one that fits.
+            if (static_cast<size_t>(RecordDataSize(slot)) < blocks * kPiece)
+                NewRecord(slot, need, c, s, 0);
+            SetRecordInt(slot, zebrec::kCylinder, c);
+            SetRecordInt(slot, zebrec::kHead, s);
+            SetRecordInt(slot, zebrec::kIndexOffset, 0);
+            SetRecordInt(slot, zebrec::kBitLength, length * 4);
+            uint8_t* data = GetTrackData(c, s);
+            for (size_t b = 0; b < blocks; b++)
+                ReverseCopy(data + b * kPiece,
+                            buf.data() + b * kBlockSize + static_cast<size_t>(s) * kPiece, kPiece);
+        }
+    }
+    return true;
+}
