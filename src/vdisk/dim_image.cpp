@@ -1,4 +1,202 @@
+// DIM images: a 256-byte header whose media byte alone fixes the geometry and
+// the sector IDs, followed by the data of every present track.
+#include <cstdint>
+#include <cstring>
+#include <vector>
+
+#include "fileio/fieldio.h"
+#include "fileio/fileio.h"
+#include "vdisk/imagecommon.h"
 #include "vdisk/vdisk.h"
 
-int VDisk::ImportDIM(const Filepath&) { return 0; }
-int VDisk::ExportDIM(const Filepath&) { return 0; }
+namespace {
+
+// Header layout.
+constexpr size_t kHdrMedia = 0x00;
+constexpr size_t kHdrFlags = 0x01;  // one byte per track, 170 bytes
+constexpr size_t kHdrFlagCount = 170;
+constexpr size_t kHdrId = 0xAB;  // "DIFC HEADER  " and its NUL
+constexpr size_t kHdrFixed = 0xBA;
+constexpr size_t kHdrComment = 0xC2;  // 60 bytes, NUL-terminated
+constexpr size_t kHdrCommentField = 60;
+constexpr size_t kHdrCommentEnd = 0xFD;
+constexpr size_t kHdrMark = 0xFE;       // 0x19
+constexpr size_t kHdrOvertrack = 0xFF;  // media 0 with more than 77 cylinders
+constexpr size_t kHdrSize = 256;
+
+constexpr char kHeaderId[] = "DIFC HEADER  ";  // sizeof includes the NUL
+constexpr uint8_t kFixedBytes[8] = {0x04, 0x21, 0x03, 0x22, 0x01, 0x00, 0x00, 0x00};
+constexpr uint8_t kMarkByte = 0x19;
+
+constexpr int kDimCylinders = 84;
+constexpr int kMinCylinders = 77;
+
+// The sector layout a media byte stands for.
+struct DimMedia {
+    int media;
+    int sectors;
+    int n;
+};
+constexpr DimMedia kMediaTable[] = {
+    {0, 8, 3}, {1, 9, 3}, {2, 15, 2}, {3, 9, 3}, {9, 18, 2}, {17, 26, 1},
+};
+
+const DimMedia* FindMedia(int media) {
+    for (const DimMedia& m : kMediaTable)
+        if (m.media == media) return &m;
+    return nullptr;
+}
+
+// Sector i (from 0) of a track as a DIM file of this media describes it.
+struct DimId {
+    int mfm;
+    int h;
+    int r;
+    int n;
+};
+DimId SectorId(const DimMedia& m, int c, int h, int i) {
+    const bool first = c == 0 && h == 0;
+    DimId id{1, h, i + 1, m.n};
+    switch (m.media) {
+        case 1:
+            id.r = (first && i == 0) ? 1 : 10 + i;
+            break;
+        case 3:
+            id.h = (first && i == 0) ? 0 : h + 0x80;
+            break;
+        case 17:
+            if (first) {
+                id.mfm = 0;
+                id.n = 0;
+            }
+            break;
+        default:
+            break;
+    }
+    return id;
+}
+
+// A track conforms when it holds count sectors, all MFM with size code n.
+bool Conforms(const VTrack* t, int count, int n) {
+    if (!t || t->SectorCount() != count) return false;
+    for (const VSector* s = t->sectors; s; s = s->next)
+        if (!s->mfm || s->idN != n) return false;
+    return true;
+}
+
+}  // namespace
+
+int VDisk::ImportDIM(const Filepath& path) {
+    const bool protect = ProbeWriteProtect(path);
+    Fileio f;
+    if (!f.Open(path, Fileio::ReadOnly)) return 0;
+    if (f.GetFileSize() < static_cast<int64_t>(kHdrSize)) return 0;
+    uint8_t hdrBuf[kHdrSize];
+    if (!f.Read(hdrBuf, static_cast<int>(kHdrSize))) return 0;
+    const FieldReader hdr(hdrBuf, sizeof(hdrBuf));
+    if (!hdr.Equals(kHdrId, kHeaderId, sizeof(kHeaderId))) return 0;
+    const DimMedia* m = FindMedia(hdr.U8(kHdrMedia));
+    if (!m) return 0;
+
+    Clear();
+    type = VDISK_2HD;
+    cylinders = kDimCylinders;
+    heads = 2;
+    if (hdr.U8(kHdrComment) != 0) {
+        hdrBuf[kHdrCommentEnd] = 0;
+        CopyDiskName(name, reinterpret_cast<const char*>(hdrBuf + kHdrComment), 59);
+    } else {
+        CopyDiskName(name, path.GetShort());
+    }
+    writeProtect = protect ? 1 : 0;
+
+    std::vector<uint8_t> buf;
+    for (int c = 0; c < kDimCylinders; c++) {
+        for (int h = 0; h < 2; h++) {
+            VTrack* t = NewTrack(c, h);
+            if (hdr.U8(kHdrFlags + static_cast<size_t>(2 * c + h)) == 0) continue;
+            // Sector sizes of one track; the whole track is read at once.
+            size_t total = 0;
+            for (int i = 0; i < m->sectors; i++) total += 128u << SectorId(*m, c, h, i).n;
+            buf.resize(total);
+            if (!f.Read(buf.data(), static_cast<int>(total))) return 0;
+            size_t at = 0;
+            for (int i = 0; i < m->sectors; i++) {
+                const DimId id = SectorId(*m, c, h, i);
+                const int len = 128 << id.n;
+                const int gap3 = id.mfm ? Gap3MFM[id.n] : Gap3FM[id.n];
+                t->AddSector(MakeSector(id.mfm, c, id.h, id.r, id.n, buf.data() + at, len,
+                                        id.mfm ? 22 : 11, gap3, 0));
+                at += static_cast<size_t>(len);
+            }
+        }
+    }
+    return 1;
+}
+
+int VDisk::ExportDIM(const Filepath& path) {
+    const VTrack* ref = Track(0, 1);
+    if (!ref || ref->SectorCount() == 0 || !ref->sectors) return 0;
+    const int refCount = ref->SectorCount();
+    const int refN = ref->sectors->idN;
+    if (cylinders < 1) return 0;
+
+    // Cylinder 0 head 0 may differ (media 1 and 17 give it another layout), so
+    // the count starts at cylinder 0 head 1.
+    const int limit = cylinders < kDimCylinders ? cylinders : kDimCylinders;
+    int n = 0;
+    for (int c = 0; c < limit; c++) {
+        if (c > 0 && !Conforms(Track(c, 0), refCount, refN)) break;
+        if (!Conforms(Track(c, 1), refCount, refN)) break;
+        n = c + 1;
+    }
+    if (n < kMinCylinders) return 0;
+
+    int media = -1;
+    if (refN == 1) {
+        const VTrack* t0 = Track(0, 0);
+        const VSector* s = t0 ? t0->sectors : nullptr;
+        if (!s || s->mfm || s->idN != 0) return 0;
+        media = 17;
+    } else if (refCount == 8) {
+        if (refN != 3) return 0;
+        media = 0;
+    } else if (refCount == 9 && n >= 80) {
+        if (refN != 3) return 0;
+        const VTrack* t2 = Track(2, 0);
+        media = (t2 && t2->sectors && t2->sectors->idH >= 0x80) ? 3 : 1;
+    } else if (refCount == 15 && n >= 80) {
+        if (refN != 2) return 0;
+        media = 2;
+    } else if (refCount == 18 && refN == 2 && n >= 80) {
+        media = 9;
+    } else {
+        return 0;
+    }
+
+    uint8_t hdrBuf[kHdrSize] = {};
+    FieldWriter hdr(hdrBuf, sizeof(hdrBuf));
+    hdr.U8(kHdrMedia, static_cast<uint32_t>(media));
+    static_assert(2 * kDimCylinders <= kHdrFlagCount);
+    hdr.Fill(kHdrFlags, 0x01, static_cast<size_t>(2 * n));
+    hdr.Bytes(kHdrId, kHeaderId, sizeof(kHeaderId));
+    hdr.Bytes(kHdrFixed, kFixedBytes, sizeof(kFixedBytes));
+    hdr.Text(kHdrComment, name, 59, kHdrCommentField);
+    hdr.U8(kHdrMark, kMarkByte);
+    hdr.U8(kHdrOvertrack, (media == 0 && n != kMinCylinders) ? 1 : 0);
+
+    // Sector data is gathered before the file is created.
+    std::vector<uint8_t> out(hdrBuf, hdrBuf + kHdrSize);
+    for (int c = 0; c < n; c++)
+        for (int h = 0; h < 2; h++) {
+            const VTrack* t = Track(c, h);
+            for (const VSector* s = t ? t->sectors : nullptr; s; s = s->next)
+                AppendSectorData(out, s);
+        }
+    if (out.size() > INT32_MAX) return 0;
+
+    Fileio f;
+    if (!f.Open(path, Fileio::WriteOnly)) return 0;
+    if (!f.Write(out.data(), static_cast<int>(out.size()))) return 0;
+    return 1;
+}
