@@ -1,4 +1,448 @@
+// Track decoder: finds the address marks of one revolution of a cell stream
+// (or of a raw signal turned into cells first) and rebuilds the sector list,
+// under uPD765 (mode 0) or MB8877 (mode non-zero) rules.
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <vector>
+
+#include "signal/bitstream.h"
+#include "signal/posmap.h"
+#include "signal/rawconv.h"
+#include "track/codectables.h"
+#include "track/marks.h"
 #include "track/vtrack.h"
 
-void VTrack::Decode(int, unsigned char*, int, int) { flags = TRK_UNFORMATTED; }
-void VTrack::DecodeIn(unsigned char*, int, int (*)[2], int, int) {}
+namespace {
+
+constexpr int kEncBytes = 32768;
+constexpr int kEncCells = kEncBytes * 8;
+constexpr int kMaxCandidates = 192;  // per density
+constexpr int kMaxIdMarks = 96;      // per density, and room in the merged list
+constexpr int kMfmCpb = 16;          // cells per byte
+constexpr int kFmCpb = 32;
+constexpr int kMfmSync = 192;              // sync allowance in cells
+constexpr int kFmSync = 384;               // twelve FM bytes: deliberately twice the written sync
+constexpr int kMarkOffset = 80;            // mark position inside Bf_AM_MFM / Bf_AM_FM
+constexpr int kDamOffset = 64;             // mark position inside the data and index patterns
+constexpr int kMfmIdCells = 10 * kMfmCpb;  // A1 A1 A1 mark C H R N CRC CRC
+constexpr int kFmIdCells = 7 * kFmCpb;     // mark C H R N CRC CRC
+constexpr int kMaxDataLength = 16384;
+
+// Data cells of MFM cells: the second cell of each pair.
+constexpr uint64_t MfmCompress(uint64_t v) {
+    v &= 0x5555555555555555ull;
+    v = (v | (v >> 1)) & 0x3333333333333333ull;
+    v = (v | (v >> 2)) & 0x0F0F0F0F0F0F0F0Full;
+    v = (v | (v >> 4)) & 0x00FF00FF00FF00FFull;
+    return v;
+}
+
+// Data cells of FM cells: the third cell of each group of four.
+constexpr uint64_t FmCompress(uint64_t v) {
+    v = (v >> 1) & 0x1111111111111111ull;
+    v = (v | (v >> 3)) & 0x0303030303030303ull;
+    v = (v | (v >> 6)) & 0x000F000F000F000Full;
+    v = (v | (v >> 12)) & 0x000000FF000000FFull;
+    return v;
+}
+
+// Read-only view of a cyclic cell stream.
+class CellStream {
+public:
+    CellStream(const uint8_t* cells, int len) : c_(cells), len_(len) {}
+
+    int Fold(int64_t p) const {
+        const int64_t r = p % len_;
+        return static_cast<int>(r < 0 ? r + len_ : r);
+    }
+
+    // n (1..32) cells from pos, first cell in bit n - 1; positions fold round the ends.
+    uint32_t Get(int64_t pos, int n) const {
+        if (pos >= 0 && pos + n <= len_) {
+            const size_t b = static_cast<size_t>(pos >> 3);
+            const int sh = static_cast<int>(pos & 7);
+            const int bytes = (sh + n + 7) / 8;
+            uint64_t v = 0;
+            for (int k = 0; k < bytes; ++k) v = (v << 8) | c_[b + static_cast<size_t>(k)];
+            v >>= bytes * 8 - sh - n;
+            return static_cast<uint32_t>(v & ((uint64_t{1} << n) - 1));
+        }
+        uint32_t v = 0;
+        for (int j = 0; j < n; ++j) {
+            const int p = Fold(pos + j);
+            v = (v << 1) | ((c_[p >> 3] >> (7 - (p & 7))) & 1u);
+        }
+        return v;
+    }
+
+    // 64 cells from pos; requires 0 <= pos and pos + 64 <= len.
+    uint64_t Load64(int pos) const {
+        const uint8_t* q = c_ + (pos >> 3);
+        const int sh = pos & 7;
+        uint64_t v = 0;
+        for (int k = 0; k < 8; ++k) v = (v << 8) | q[k];
+        if (sh) v = (v << sh) | (q[8] >> (8 - sh));
+        return v;
+    }
+
+    // count data bytes from pos, 16 (MFM) or 32 (FM) cells each. Whole 64-cell
+    // words are read while inside the stream; only the bytes that cross its end
+    // are gathered cell by cell.
+    void ReadBytes(int64_t pos, int count, bool mfm, uint8_t* out) const {
+        const int cpb = mfm ? kMfmCpb : kFmCpb;
+        const int per = mfm ? 4 : 2;
+        int i = 0;
+        int64_t p = pos;
+        while (i < count) {
+            int fp = Fold(p);
+            if (count - i >= per && fp <= len_ - 64) {
+                while (count - i >= per && fp <= len_ - 64) {
+                    const uint64_t v = Load64(fp);
+                    if (mfm) {
+                        const uint64_t d = MfmCompress(v);
+                        out[i] = static_cast<uint8_t>(d >> 48);
+                        out[i + 1] = static_cast<uint8_t>(d >> 32);
+                        out[i + 2] = static_cast<uint8_t>(d >> 16);
+                        out[i + 3] = static_cast<uint8_t>(d);
+                    } else {
+                        const uint64_t d = FmCompress(v);
+                        out[i] = static_cast<uint8_t>(d >> 32);
+                        out[i + 1] = static_cast<uint8_t>(d);
+                    }
+                    i += per;
+                    fp += 64;
+                }
+                p = fp;
+                continue;
+            }
+            const uint32_t w = Get(p, cpb);
+            out[i++] = static_cast<uint8_t>(mfm ? MfmCompress(w) : FmCompress(w));
+            p += cpb;
+        }
+    }
+
+private:
+    const uint8_t* c_;
+    int len_;
+};
+
+// Records pos + kMarkOffset for every match of pattern, searching on from just
+// past each match; at most kMaxCandidates (later matches are not needed).
+int CollectCandidates(const uint8_t* cells, int len, const uint8_t* pattern, int bits, int* out) {
+    int n = 0;
+    int start = 0;
+    while (start < len && n < kMaxCandidates) {
+        const int r = BfFind(cells, len, start, len - start, pattern, bits);
+        if (r < 0) break;
+        const int p = start + r;
+        out[n++] = p + kMarkOffset;
+        start = p + bits;
+    }
+    return n;
+}
+
+// The first normal or deleted data mark within range cells from start, exactly
+// as two whole-range searches would report it (the deleted one wins when it is
+// not after the normal one). The range is searched in growing chunks aligned
+// to the same 32-cell groups, so a mark found early ends both searches.
+// Returns the offset from start or -1; *deleted tells which mark was found.
+int FindDataMark(const uint8_t* cells, int len, int start, int range, const uint8_t* dam,
+                 const uint8_t* ddam, int bits, bool* deleted) {
+    *deleted = false;
+    if (range < bits) return -1;
+    const int last = range - bits;  // greatest group base offset searched
+    int width = 1024;
+    for (int cb = 0; cb <= last;) {
+        const int chunkLast = std::min(cb + width - 32, last);
+        const int rr = chunkLast - cb + bits;
+        const int n = BfFind(cells, len, start + cb, rr, dam, bits);
+        const int d = BfFind(cells, len, start + cb, rr, ddam, bits);
+        if (d >= 0 && (n < 0 || d <= n)) {
+            *deleted = true;
+            return cb + d;
+        }
+        if (n >= 0) return cb + n;
+        if (chunkLast >= last) break;
+        cb += width;
+        width = std::min(width * 2, 65536);
+    }
+    return -1;
+}
+
+bool IsMfmIdMark(uint32_t w, int mode) {
+    if (w == 0x5554) return true;
+    return mode != 0 && (w == 0x5555 || w == 0x5551 || w == 0x5552);
+}
+bool IsFmIdMark(uint32_t w, int mode) {
+    if (w == 0x2AA8) return true;
+    return mode != 0 && (w == 0x2AAA || w == 0x2A88 || w == 0x2A8A);
+}
+
+int DataLength(uint8_t n, int mode) {
+    if (mode != 0) return 128 << (n & 3);
+    return n >= 7 ? kMaxDataLength : 128 << n;
+}
+
+}  // namespace
+
+void VTrack::Decode(int raw, unsigned char* buf, int len, int mode) {
+    delete[] encData;
+    encData = nullptr;
+    Cleanup();
+    flags = 0;
+    iamPos = gap1 = gap4a = gap4b = encLen = 0;
+    encData = new unsigned char[kEncBytes]();
+
+    if (buf && len > 0) {
+        if (!raw) {
+            // Streams longer than the buffer keep their first 262144 cells.
+            const int cells = std::min(len, kEncCells);
+            std::memcpy(encData, buf, static_cast<size_t>((cells + 7) / 8));
+            if (cells & 7) encData[cells / 8] &= static_cast<uint8_t>(0xFF << (8 - (cells & 7)));
+            encLen = cells;
+        } else {
+            encLen = std::clamp(Raw2Encode(buf, len, encData, kEncCells), 0, kEncCells);
+        }
+    }
+    if (encLen < 1) {
+        flags |= TRK_UNFORMATTED;
+        return;
+    }
+
+    const CellStream s(encData, encLen);
+    int mfmCand[kMaxCandidates];
+    int fmCand[kMaxCandidates];
+    const int nMfmCand =
+        CollectCandidates(encData, encLen, marks::Bf_AM_MFM, marks::kMfmPatternBits, mfmCand);
+    const int nFmCand =
+        CollectCandidates(encData, encLen, marks::Bf_AM_FM, marks::kFmPatternBits, fmCand);
+
+    // Classify by the mark byte: ID marks are kept (the first 96 of each
+    // density), data marks only counted.
+    int mfmIds[kMaxIdMarks];
+    int fmIds[kMaxIdMarks];
+    int nMfm = 0;
+    int nFm = 0;
+    int nData = 0;
+    for (int i = 0; i < nMfmCand; ++i) {
+        const uint32_t w = s.Get(int64_t{mfmCand[i]} + 48, 16);
+        if (IsMfmIdMark(w, mode)) {
+            if (nMfm < kMaxIdMarks) mfmIds[nMfm++] = mfmCand[i];
+        } else if (w == 0x554A || w == 0x5545) {
+            ++nData;
+        }
+    }
+    for (int i = 0; i < nFmCand; ++i) {
+        const uint32_t w = s.Get(int64_t{fmCand[i]} + 16, 16);
+        if (IsFmIdMark(w, mode)) {
+            if (nFm < kMaxIdMarks) fmIds[nFm++] = fmCand[i];
+        } else if (w == 0x2888 || w == 0x28AA) {
+            ++nData;
+        }
+    }
+
+    if (nMfm + nFm == 0) {
+        flags |= TRK_UNFORMATTED;
+        return;
+    }
+    if (nMfm + nFm < nData) flags = TRK_MORE_DAM;
+
+    // Merge by position, FM first on a tie. The list has room for 96 marks
+    // plus its end pair; marks beyond that (the latest on the track) are dropped.
+    int list[kMaxIdMarks + 1][2];
+    int m = 0;
+    int i = 0;
+    int j = 0;
+    while ((i < nMfm || j < nFm) && m < kMaxIdMarks) {
+        if (j < nFm && (i >= nMfm || fmIds[j] <= mfmIds[i])) {
+            list[m][0] = fmIds[j++];
+            list[m][1] = 2;
+        } else {
+            list[m][0] = mfmIds[i++];
+            list[m][1] = 1;
+        }
+        ++m;
+    }
+    list[m][0] = 0;
+    list[m][1] = 0;
+
+    DecodeIn(encData, encLen, list, nFm <= nMfm ? 1 : 0, mode);
+
+    if (!raw || !sectors) return;
+
+    // Length of each data field in the raw signal against its nominal length.
+    std::vector<VSector*> measured;
+    std::vector<int> pos;
+    for (VSector* sc = sectors; sc; sc = sc->next) {
+        if (sc->status & SECT_NODAM) continue;
+        measured.push_back(sc);
+        pos.push_back(sc->damPos - kMfmSync);
+        pos.push_back(sc->endPos);
+    }
+    if (measured.empty()) return;
+    Enc2RawPosMulti(buf, len, pos.data(), static_cast<int>(pos.size()));
+    for (size_t k = 0; k < measured.size(); ++k) {
+        const int rs = pos[2 * k];
+        const int re = pos[2 * k + 1];
+        if (rs < 0 || re < 0) continue;
+        VSector* sc = measured[k];
+        int64_t span = int64_t{re} - rs;
+        if (span < 0) span += len;
+        span /= 8;
+        const int64_t nominal = int64_t{sc->length} * (sc->mfm ? kMfmCpb : kFmCpb) + 288;
+        if (span == 0) span = nominal;
+        const int64_t dev = span * 1000 / nominal - 1000;
+        sc->timeDev = static_cast<int32_t>(std::clamp<int64_t>(dev, -300, 300));
+    }
+}
+
+void VTrack::DecodeIn(unsigned char* cells, int len, int (*marks)[2], int mfmMajor, int mode) {
+    if (!cells || len <= 0) return;
+    const CellStream s(cells, len);
+    const int majorCpb = mfmMajor ? kMfmCpb : kFmCpb;
+    const int majorSync = mfmMajor ? kMfmSync : kFmSync;
+
+    const int iam = mfmMajor ? BfFind(cells, len, 0, len, marks::Bf_IAM_MFM, marks::kMfmPatternBits)
+                             : BfFind(cells, len, 0, len, marks::Bf_IAM_FM, marks::kFmPatternBits);
+    const bool haveIndex = iam >= 0;
+    if (haveIndex) {
+        iamPos = iam + kDamOffset;
+        flags |= TRK_INDEX;
+    }
+
+    std::vector<uint8_t> scratch;
+    for (int k = 0; marks && marks[k][1] != 0; ++k) {
+        const int pos = marks[k][0];
+        const bool mfm = marks[k][1] == 1;
+        const int cpb = mfm ? kMfmCpb : kFmCpb;
+        auto sc = std::make_unique<VSector>();
+        sc->mfm = mfm ? 1 : 0;
+        sc->idPos = pos;
+
+        // ID field.
+        uint8_t id[10];
+        const int idBytes = mfm ? 10 : 7;
+        s.ReadBytes(pos, idBytes, mfm, id);
+        const uint8_t* chrn = id + idBytes - 6;
+        sc->idC = chrn[0];
+        sc->idH = chrn[1];
+        sc->idR = chrn[2];
+        sc->idN = chrn[3];
+        sc->idCrc[0] = chrn[4];
+        sc->idCrc[1] = chrn[5];
+        const uint16_t idCrc = CrcUpdate(kCrcInit, id, static_cast<size_t>(idBytes - 2));
+        if (idCrc != ((chrn[4] << 8) | chrn[5])) {
+            sc->status |= SECT_IDCRC;
+            flags |= TRK_IDCRC;
+        }
+        const int length = DataLength(sc->idN, mode);
+
+        // Data mark: up to the next ID mark of the same density, else to the end.
+        const int idEnd = pos + (mfm ? kMfmIdCells : kFmIdCells);
+        const bool nextSame = marks[k + 1][1] != 0 && (marks[k + 1][1] == 1) == mfm;
+        const int range = nextSame ? marks[k + 1][0] - idEnd : len - idEnd;
+        bool deleted = false;
+        const int off = mfm ? FindDataMark(cells, len, idEnd, range, marks::Bf_DAM_MFM,
+                                           marks::Bf_DDAM_MFM, marks::kMfmPatternBits, &deleted)
+                            : FindDataMark(cells, len, idEnd, range, marks::Bf_DAM_FM,
+                                           marks::Bf_DDAM_FM, marks::kFmPatternBits, &deleted);
+        if (off < 0) {
+            sc->status |= SECT_NODAM;
+            flags |= TRK_NODAM;
+        } else {
+            const int markOff = off + kDamOffset;
+            if (deleted) sc->status |= SECT_DELETED;
+            sc->gap2 = (markOff - kMfmSync) / cpb;
+            sc->damPos = idEnd + markOff;
+            sc->dataPos = sc->damPos + (mfm ? 4 * kMfmCpb : kFmCpb);
+            sc->endPos = sc->damPos + length * cpb + 96;
+            sc->dataCells = length * cpb;
+            sc->length = length;
+
+            scratch.resize(static_cast<size_t>(length) + 2);
+            s.ReadBytes(sc->dataPos, length + 2, mfm, scratch.data());
+            const uint8_t mark = deleted ? 0xF8 : 0xFB;
+            uint16_t crc = CrcUpdate(mfm ? kCrcAfterA1x3 : kCrcInit, mark);
+            crc = CrcUpdate(crc, scratch.data(), static_cast<size_t>(length));
+            sc->dataCrc[0] = scratch[static_cast<size_t>(length)];
+            sc->dataCrc[1] = scratch[static_cast<size_t>(length) + 1];
+            if (crc != ((sc->dataCrc[0] << 8) | sc->dataCrc[1])) {
+                sc->status |= SECT_DATACRC;
+                flags |= TRK_DATACRC;
+            }
+            sc->data = new uint8_t[static_cast<size_t>(length)];
+            std::memcpy(sc->data, scratch.data(), static_cast<size_t>(length));
+        }
+        flags |= mfm ? TRK_MFM : TRK_FM;
+        AddSector(sc.release());
+    }
+
+    if (!sectors) {
+        gap4a = std::max((iamPos - majorSync) / majorCpb, 0);
+        return;
+    }
+
+    // GAP3: to the next sector's ID sync, or to the end of the stream for the last.
+    for (VSector* sc = sectors; sc; sc = sc->next) {
+        if (sc->status & SECT_NODAM) continue;
+        const int cpb = sc->mfm ? kMfmCpb : kFmCpb;
+        const int sync = sc->mfm ? kMfmSync : kFmSync;
+        if (sc->next) {
+            sc->gap3 = sc->next->idPos > sc->endPos
+                           ? std::max((sc->next->idPos - sc->endPos - sync) / cpb, 0)
+                           : 0;
+        } else {
+            sc->gap3 = sc->endPos < len ? (len - sc->endPos) / cpb : 0;
+        }
+    }
+
+    // What follows the furthest-reaching sector is GAP4b, not a GAP3.
+    VSector* furthest = sectors;
+    for (VSector* sc = sectors->next; sc; sc = sc->next) {
+        if (sc->endPos > furthest->endPos) furthest = sc;
+    }
+    furthest->gap3 = 0;
+    const int g4b = (len - furthest->endPos) / majorCpb;
+    if (g4b > 0) gap4b = g4b;
+
+    VSector* lastSector = sectors;
+    for (VSector* sc = sectors; sc; sc = sc->next) {
+        if (sc->idPos >= len) sc->idPos -= len;
+        if (sc->damPos >= len) sc->damPos -= len;
+        if (sc->endPos >= len) sc->endPos -= len;
+        lastSector = sc;
+    }
+
+    const int markCells = mfmMajor ? 4 * kMfmCpb : kFmCpb;
+    if (haveIndex) {
+        for (VSector* sc = sectors; sc; sc = sc->next) {
+            if (sc->idPos > iamPos) {
+                gap1 = (sc->idPos - majorSync - iamPos - markCells) / majorCpb;
+                break;
+            }
+        }
+    }
+
+    int g4a = ((haveIndex ? iamPos : sectors->idPos) - majorSync) / majorCpb;
+    if (lastSector->idPos > lastSector->endPos) g4a -= lastSector->endPos / majorCpb;
+    gap4a = std::max(g4a, 0);
+
+    for (VSector* sc = sectors; sc; sc = sc->next) {
+        if (sc->idPos > sc->endPos) flags |= TRK_CROSS_INDEX;
+    }
+    if (!(flags & TRK_OVERLAP)) {
+        for (VSector* a = sectors; a && !(flags & TRK_OVERLAP); a = a->next) {
+            for (VSector* b = sectors; b; b = b->next) {
+                if (a == b) continue;
+                const bool idIn = a->idPos >= b->idPos && a->idPos <= b->endPos;
+                const bool endIn = a->endPos >= b->idPos && a->endPos <= b->endPos;
+                if (idIn || endIn) {
+                    flags |= TRK_OVERLAP;
+                    break;
+                }
+            }
+        }
+    }
+}
