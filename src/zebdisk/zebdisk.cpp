@@ -1,24 +1,349 @@
 #include "zebdisk/zebdisk.h"
 
+#include <algorithm>
+#include <cstdint>
 #include <cstring>
+
+#include "fileio/fieldio.h"
+#include "fileio/fileio.h"
+#include "signal/alignraw.h"
+
+namespace {
+
+constexpr int kRecordHeader = zebrec::kData;
+
+// Largest track block a ZEB file may claim. A real raw track needs about
+// 200,000 bytes; twice that and more still leaves room, while the blank
+// tracks of a normalised disk stay within a small board's memory.
+constexpr int64_t kMaxBlockSize = 512 * 1024;
+
+struct TypeGeometry {
+    int type, cylinders, heads, rate, rpm, encodedSize, rawSize;
+};
+constexpr TypeGeometry kTypes[] = {
+    {ZEB_2D, 42, 2, 500, 300, 16384, 131072},
+    {ZEB_2DD, 84, 2, 500, 300, 16384, 131072},
+    {ZEB_2HD, 84, 2, 1000, 360, 32768, 262144},
+};
+
+// Nominal cells per revolution, or -1 when rate and rpm give no usable length.
+int64_t NominalBits(int64_t rate, int64_t rpm) {
+    if (rate <= 0 || rpm <= 0) return -1;
+    return rate * 60000 / rpm;
+}
+
+// Eight bits of the circular len-bit stream starting at bit p (p < len).
+uint8_t CyclicByte(const uint8_t* in, int64_t len, int64_t p) {
+    if (p + 8 <= len) {
+        const size_t b = static_cast<size_t>(p >> 3);
+        const int s = static_cast<int>(p & 7);
+        if (s == 0) return in[b];
+        return static_cast<uint8_t>((in[b] << s) | (in[b + 1] >> (8 - s)));
+    }
+    uint8_t v = 0;
+    for (int i = 0; i < 8; i++) {
+        int64_t q = (p + i) % len;
+        v = static_cast<uint8_t>((v << 1) | ((in[q >> 3] >> (7 - (q & 7))) & 1));
+    }
+    return v;
+}
+
+// Rotates the first len bits of data so that bit offset becomes bit 0. The
+// bits past len in the last byte come out clear; later bytes are untouched.
+void RotateBits(uint8_t* data, int64_t len, int64_t offset) {
+    const size_t bytes = static_cast<size_t>((len + 7) / 8);
+    std::vector<uint8_t> out(bytes);
+    int64_t p = offset;
+    for (size_t k = 0; k < bytes; k++) {
+        out[k] = CyclicByte(data, len, p);
+        p += 8;
+        if (p >= len) p -= len;
+    }
+    if (len & 7) out[bytes - 1] &= static_cast<uint8_t>(0xFF00 >> (len & 7));
+    std::memcpy(data, out.data(), bytes);
+}
+
+}  // namespace
 
 ZEBDisk::ZEBDisk() : initialized(0), readOnly(0), header{}, updated{} {}
 ZEBDisk::~ZEBDisk() = default;
-bool ZEBDisk::Init(int, int, int, int) { return false; }
-void ZEBDisk::Cleanup() {}
-bool ZEBDisk::Load(const Filepath&, int) { return false; }
-bool ZEBDisk::Save(const Filepath&, int) { return false; }
+
+void ZEBDisk::Cleanup() {
+    for (auto& t : track) std::vector<uint8_t>().swap(t);
+    initialized = 0;
+    readOnly = 0;
+    std::memset(header, 0, sizeof(header));
+    std::memset(updated, 0, sizeof(updated));
+}
+
+bool ZEBDisk::Init(int type, int rate, int rpm, int raw) {
+    if (initialized) Cleanup();
+
+    std::memset(header + 16, 0, sizeof(header) - 16);
+    std::memcpy(header + zebhdr::kSignature, "ZEB", 3);
+    header[zebhdr::kVersion] = 3;
+    std::memcpy(header + zebhdr::kName, "BLANK IMAGE", 12);
+
+    const TypeGeometry* g = nullptr;
+    for (const TypeGeometry& t : kTypes)
+        if (t.type == type) g = &t;
+    if (!g || rate < 0 || rpm < 0) return false;
+    if (rate == 0) rate = g->rate;
+    if (rpm == 0) rpm = g->rpm;
+
+    int64_t bits;
+    int64_t storedRate = rate;
+    int size;
+    if (raw) {
+        bits = 125LL * rate * 3840 / rpm;
+        storedRate *= 8;
+        size = g->rawSize;
+        type = ZEB_RAW;
+    } else {
+        bits = NominalBits(rate, rpm);
+        size = g->encodedSize;
+    }
+    // The blank tracks must fit their buffers and the stored rate its field.
+    if (bits <= 0 || bits > int64_t{size - kRecordHeader} * 8 || storedRate > INT32_MAX)
+        return false;
+
+    SetHeaderInt(zebhdr::kType, type);
+    SetHeaderInt(zebhdr::kCylinders, g->cylinders);
+    SetHeaderInt(zebhdr::kHeads, g->heads);
+    SetHeaderInt(zebhdr::kRate, static_cast<int32_t>(storedRate));
+    SetHeaderInt(zebhdr::kRpm, rpm);
+    SetHeaderInt(zebhdr::kBlockSize, size);
+
+    // Every slot gets a record, whatever the type's cylinder count.
+    for (int c = 0; c < kMaxCylinders; c++) {
+        for (int h = 0; h < kMaxHeads; h++) {
+            NewRecord(c * 2 + h, size, c, h, static_cast<int>(bits));
+            updated[c * 2 + h] = 1;
+        }
+    }
+    readOnly = 0;
+    initialized = 1;
+    return true;
+}
+
+bool ZEBDisk::Save(const Filepath& path, int full) {
+    if (!initialized || path.IsClear() || !path.HasExt(".ZEB")) return false;
+    const int cyls = Cylinders();
+    const int heads = Heads();
+    if (cyls < 0 || cyls > kMaxCylinders || heads < 0 || heads > kMaxHeads) return false;
+
+    Fileio f;
+    int64_t block;
+    if (full) {
+        int64_t longest = NominalBits(Rate(), Rpm());
+        if (longest < 0) return false;
+        for (int c = 0; c < cyls; c++)
+            for (int h = 0; h < heads; h++)
+                longest = std::max<int64_t>(longest, RecordInt(c * 2 + h, zebrec::kBitLength));
+        // Smallest multiple of 512 holding the record header, the data and a spare byte.
+        block = ((longest + 7) / 8 + 528) / 512 * 512;
+        if (block > INT32_MAX) return false;
+        if (!f.Open(path, Fileio::WriteOnly)) return false;
+        SetHeaderInt(zebhdr::kBlockSize, static_cast<int32_t>(block));
+    } else {
+        block = BlockSize();
+        if (block < kRecordHeader) return false;
+        if (!f.Open(path, Fileio::ReadWrite)) return false;
+    }
+
+    if (!f.Write(header, zebhdr::kSize)) return false;
+    std::vector<uint8_t> pad;
+    for (int c = 0; c < cyls; c++) {
+        for (int h = 0; h < heads; h++) {
+            const int slot = c * 2 + h;
+            if (!full && !updated[slot]) {
+                if (!f.Seek(block, 1)) return false;
+                continue;
+            }
+            const std::vector<uint8_t>& rec = track[slot];
+            uint8_t empty[kRecordHeader] = {};
+            if (rec.empty()) {
+                FieldWriter w(empty, sizeof(empty));
+                w.I32(zebrec::kCylinder, c);
+                w.I32(zebrec::kHead, h);
+            }
+            const uint8_t* src = rec.empty() ? empty : rec.data();
+            const int64_t have = rec.empty() ? kRecordHeader : static_cast<int64_t>(rec.size());
+            const int64_t take = std::min(have, block);
+            if (!f.Write(src, static_cast<int>(take))) return false;
+            if (take < block) {
+                pad.resize(static_cast<size_t>(block - take));
+                if (!f.Write(pad.data(), static_cast<int>(pad.size()))) return false;
+            }
+            updated[slot] = 0;
+        }
+    }
+    f.Close();
+    return true;
+}
+
+bool ZEBDisk::Load(const Filepath& path, int align) {
+    Cleanup();
+    if (path.IsClear() || !path.HasExt(".ZEB")) return false;
+
+    Fileio f;
+    readOnly = f.Open(path, Fileio::ReadWrite) ? 0 : 1;
+    f.Close();
+    if (!f.Open(path, Fileio::ReadOnly) || !f.Read(header, zebhdr::kSize)) {
+        Cleanup();
+        return false;
+    }
+
+    // Everything the header claims is checked before any track is allocated,
+    // so memory stays proportional to the file.
+    const int version = header[zebhdr::kVersion];
+    const int64_t cyls = Cylinders();
+    const int64_t heads = Heads();
+    const int64_t block = BlockSize();
+    int64_t rate = Rate();
+    const int64_t rpm = Rpm();
+    if (version != 3) rate *= 2;  // older files kept the data rate
+    const int64_t nominal = NominalBits(rate, rpm);
+    const int64_t dataBytes = block - kRecordHeader;
+    const int64_t v1Bits = int64_t{HeaderInt(zebhdr::kTrackLenV1)} * 8;
+    const int64_t fileSize = f.GetFileSize();
+    const bool fits = version >= 1 && version <= 3 && cyls >= 0 && cyls <= kMaxCylinders &&
+                      heads >= 0 && heads <= kMaxHeads && dataBytes > 0 && block <= kMaxBlockSize &&
+                      rate <= INT32_MAX && nominal > 0 && nominal <= dataBytes * 8 &&
+                      cyls * heads * block <= fileSize - zebhdr::kSize &&
+                      (version != 1 || (v1Bits > 0 && v1Bits <= dataBytes * 8));
+    if (!fits) {
+        Cleanup();
+        return false;
+    }
+
+    for (int c = 0; c < cyls; c++) {
+        for (int h = 0; h < heads; h++) {
+            const int slot = c * 2 + h;
+            std::vector<uint8_t>& rec = track[slot];
+            bool ok;
+            if (version == 1) {
+                // Data first, then 16 bytes that are not used.
+                NewRecord(slot, static_cast<int>(block), c, h, static_cast<int>(v1Bits));
+                ok = f.Read(rec.data() + kRecordHeader, static_cast<int>(dataBytes)) &&
+                     f.Seek(kRecordHeader, 1);
+            } else {
+                rec = std::vector<uint8_t>(static_cast<size_t>(block));
+                ok = f.Read(rec.data(), static_cast<int>(block));
+            }
+            int64_t len = RecordInt(slot, zebrec::kBitLength);
+            int64_t index = RecordInt(slot, zebrec::kIndexOffset);
+            if (version == 2) {
+                len *= 8;
+                index *= 8;
+            }
+            if (!ok || len <= 0 || len > dataBytes * 8 || index < 0 ||
+                (index > 0 && index >= len)) {
+                Cleanup();
+                return false;
+            }
+            if (index > 0) RotateBits(rec.data() + kRecordHeader, len, index);
+            SetRecordInt(slot, zebrec::kIndexOffset, 0);
+            SetRecordInt(slot, zebrec::kBitLength, static_cast<int32_t>(len));
+        }
+    }
+    f.Close();
+
+    if (version != 3) {
+        SetHeaderInt(zebhdr::kRate, static_cast<int32_t>(rate));
+        header[zebhdr::kVersion] = 3;
+        SetHeaderInt(zebhdr::kTrackLenV1, 0);
+    }
+
+    if (align && Type() == ZEB_RAW) {
+        for (int c = 0; c < cyls; c++) {
+            for (int h = 0; h < heads; h++) {
+                const int slot = c * 2 + h;
+                int len = AlignRaw(track[slot].data() + kRecordHeader,
+                                   RecordInt(slot, zebrec::kBitLength));
+                if (len <= 0 || len > dataBytes * 8) {
+                    Cleanup();
+                    return false;
+                }
+                SetRecordInt(slot, zebrec::kBitLength, len);
+            }
+        }
+    }
+
+    const int normCyls = cyls > 42 ? kMaxCylinders : 42;
+    SetHeaderInt(zebhdr::kCylinders, normCyls);
+    SetHeaderInt(zebhdr::kHeads, kMaxHeads);
+    for (int c = 0; c < normCyls; c++)
+        for (int h = 0; h < kMaxHeads; h++)
+            if (track[c * 2 + h].empty())
+                NewRecord(c * 2 + h, static_cast<int>(block), c, h, static_cast<int>(nominal));
+
+    initialized = 1;
+    return true;
+}
+
 char* ZEBDisk::GetName(char* buffer) const {
-    buffer[0] = 0;
+    const size_t n =
+        strnlen(reinterpret_cast<const char*>(header + zebhdr::kName), zebhdr::kNameLen - 1);
+    std::memcpy(buffer, header + zebhdr::kName, n);
+    buffer[n] = 0;
     return buffer;
 }
-void ZEBDisk::SetName(const char*) {}
-int ZEBDisk::GetTrackLen(int, int) const { return 0; }
-uint8_t* ZEBDisk::GetTrackData(int, int) const { return nullptr; }
-void ZEBDisk::UpdateTrack(int, int) {}
-int32_t ZEBDisk::HeaderInt(int) const { return 0; }
-void ZEBDisk::SetHeaderInt(int, int32_t) {}
-int32_t ZEBDisk::RecordInt(int, int) const { return 0; }
-void ZEBDisk::SetRecordInt(int, int, int32_t) {}
-void ZEBDisk::NewRecord(int, int, int, int, int) {}
-int ZEBDisk::RecordDataSize(int) const { return 0; }
+
+void ZEBDisk::SetName(const char* name) {
+    FieldWriter(header, sizeof(header))
+        .Text(zebhdr::kName, name, zebhdr::kNameLen - 1, zebhdr::kNameLen);
+}
+
+int ZEBDisk::GetTrackLen(int cylinder, int head) const {
+    if (cylinder < 0 || cylinder >= kMaxCylinders || head < 0 || head >= kMaxHeads) return 0;
+    return RecordInt(cylinder * 2 + head, zebrec::kBitLength);
+}
+
+uint8_t* ZEBDisk::GetTrackData(int cylinder, int head) const {
+    if (cylinder < 0 || cylinder >= kMaxCylinders || head < 0 || head >= kMaxHeads) return nullptr;
+    const std::vector<uint8_t>& rec = track[cylinder * 2 + head];
+    if (rec.size() < kRecordHeader) return nullptr;
+    // The disk owns its tracks; callers change them in place and flag them.
+    return const_cast<uint8_t*>(rec.data()) + kRecordHeader;
+}
+
+void ZEBDisk::UpdateTrack(int cylinder, int head) {
+    if (cylinder < 0 || cylinder >= kMaxCylinders || head < 0 || head >= kMaxHeads) return;
+    updated[cylinder * 2 + head] = 1;
+}
+
+int32_t ZEBDisk::HeaderInt(int off) const {
+    return off < 0 ? 0 : FieldReader(header, sizeof(header)).I32(static_cast<size_t>(off));
+}
+
+void ZEBDisk::SetHeaderInt(int off, int32_t v) {
+    if (off >= 0) FieldWriter(header, sizeof(header)).I32(static_cast<size_t>(off), v);
+}
+
+int32_t ZEBDisk::RecordInt(int slot, int off) const {
+    if (slot < 0 || slot >= kSlots || off < 0) return 0;
+    const std::vector<uint8_t>& rec = track[slot];
+    return FieldReader(rec.data(), rec.size()).I32(static_cast<size_t>(off));
+}
+
+void ZEBDisk::SetRecordInt(int slot, int off, int32_t v) {
+    if (slot < 0 || slot >= kSlots || off < 0) return;
+    std::vector<uint8_t>& rec = track[slot];
+    FieldWriter(rec.data(), rec.size()).I32(static_cast<size_t>(off), v);
+}
+
+void ZEBDisk::NewRecord(int slot, int size, int c, int h, int bitLen) {
+    if (slot < 0 || slot >= kSlots) return;
+    track[slot] = std::vector<uint8_t>(static_cast<size_t>(std::max(size, kRecordHeader)));
+    FieldWriter w(track[slot].data(), track[slot].size());
+    w.I32(zebrec::kCylinder, c);
+    w.I32(zebrec::kHead, h);
+    w.I32(zebrec::kIndexOffset, 0);
+    w.I32(zebrec::kBitLength, bitLen);
+}
+
+int ZEBDisk::RecordDataSize(int slot) const {
+    if (slot < 0 || slot >= kSlots || track[slot].size() < kRecordHeader) return 0;
+    return static_cast<int>(track[slot].size()) - kRecordHeader;
+}
