@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 
 #include <cstdint>
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -43,8 +44,9 @@ inline void ExpectSameSectors(const VDisk& a, const VDisk& b, int cyls) {
             const VSector* sb = tb ? tb->sectors : nullptr;
             int i = 0;
             for (; sa && sb; sa = sa->next, sb = sb->next, i++) {
-                SCOPED_TRACE("c" + std::to_string(c) + " h" + std::to_string(h) + " #" +
-                             std::to_string(i));
+                char where[48];
+                std::snprintf(where, sizeof(where), "c%d h%d #%d", c, h, i);
+                SCOPED_TRACE(where);
                 EXPECT_EQ(sa->mfm != 0, sb->mfm != 0);
                 EXPECT_EQ(sa->idC, sb->idC);
                 EXPECT_EQ(sa->idH, sb->idH);
