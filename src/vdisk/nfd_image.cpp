@@ -108,6 +108,8 @@ int VDisk::ImportNFD(const Filepath& path) {
     std::vector<uint8_t> buf;
     for (int t = 0; t < 2 * cylinders; t++) {
         VTrack* trk = NewTrack(t / 2, t % 2);
+        // 82 cylinders are one track more than the table holds.
+        if (t >= kNfdTracks) continue;
         for (int i = 0; i < kNfdEntries; i++) {
             const size_t e = NfdEntry(t, i);
             if (NfdEntryUnused(r, e)) break;
@@ -127,14 +129,14 @@ int VDisk::ImportNFD(const Filepath& path) {
 }
 
 int VDisk::ExportNFD(const Filepath& path) {
-    const int cyls = std::clamp<int>(cylinders, 0, kNfdMaxCylinders);
+    // Cylinders beyond 82 are dropped, and so is the head-1 track of cylinder
+    // 81, which has no room in the table.
+    const int outTracks = std::min(2 * std::clamp<int>(cylinders, 0, kNfdMaxCylinders), kNfdTracks);
     // A track of more than 26 sectors does not fit the table: refuse before
     // creating anything.
-    for (int c = 0; c < cyls; c++) {
-        for (int h = 0; h < 2; h++) {
-            const VTrack* t = Track(c, h);
-            if (t && t->SectorCount() > kNfdEntries) return 0;
-        }
+    for (int t = 0; t < outTracks; t++) {
+        const VTrack* trk = Track(t / 2, t % 2);
+        if (trk && trk->SectorCount() > kNfdEntries) return 0;
     }
 
     std::vector<uint8_t> hdr(kNfdHeaderSize, 0);
@@ -151,29 +153,27 @@ int VDisk::ExportNFD(const Filepath& path) {
     Fileio f;
     if (!f.Open(path, Fileio::WriteOnly)) return 0;
     if (!f.Write(hdr.data(), static_cast<int>(hdr.size()))) return 0;
-    for (int c = 0; c < cyls; c++) {
-        for (int h = 0; h < 2; h++) {
-            const VTrack* t = Track(c, h);
-            if (!t) continue;
-            uint8_t media = kNfdMedia2DD;
-            if (type == VDISK_2HD) {
-                media = EstimateTrackLength(t) >= kNfdLongTrack ? kNfdMedia2HD300 : kNfdMedia2HD;
-            }
-            int i = 0;
-            for (const VSector* s = t->sectors; s && i < kNfdEntries; s = s->next, i++) {
-                const size_t e = NfdEntry(2 * c + h, i);
-                w.U8(e + kNfdEntC, s->idC);
-                w.U8(e + kNfdEntH, s->idH);
-                w.U8(e + kNfdEntR, s->idR);
-                w.U8(e + kNfdEntN, s->idN);
-                w.U8(e + kNfdEntDensity, s->mfm ? 1 : 0);
-                w.U8(e + kNfdEntDeleted, (s->status & SECT_DELETED) ? 1 : 0);
-                w.Fill(e + kNfdEntStatus, 0, 4);
-                w.U8(e + kNfdEntStatus + 1, s->idH ? kNfdStatusHead1 : 0);
-                w.U8(e + kNfdEntMedia, media);
-                if (s->length <= 0) continue;
-                if (!s->data || !f.Write(s->data, s->length)) return 0;
-            }
+    for (int t = 0; t < outTracks; t++) {
+        const VTrack* trk = Track(t / 2, t % 2);
+        if (!trk) continue;
+        uint8_t media = kNfdMedia2DD;
+        if (type == VDISK_2HD) {
+            media = EstimateTrackLength(trk) >= kNfdLongTrack ? kNfdMedia2HD300 : kNfdMedia2HD;
+        }
+        int i = 0;
+        for (const VSector* s = trk->sectors; s && i < kNfdEntries; s = s->next, i++) {
+            const size_t e = NfdEntry(t, i);
+            w.U8(e + kNfdEntC, s->idC);
+            w.U8(e + kNfdEntH, s->idH);
+            w.U8(e + kNfdEntR, s->idR);
+            w.U8(e + kNfdEntN, s->idN);
+            w.U8(e + kNfdEntDensity, s->mfm ? 1 : 0);
+            w.U8(e + kNfdEntDeleted, (s->status & SECT_DELETED) ? 1 : 0);
+            w.Fill(e + kNfdEntStatus, 0, 4);
+            w.U8(e + kNfdEntStatus + 1, s->idH ? kNfdStatusHead1 : 0);
+            w.U8(e + kNfdEntMedia, media);
+            if (s->length <= 0) continue;
+            if (!s->data || !f.Write(s->data, s->length)) return 0;
         }
     }
     if (!f.Seek(0, 0) || !f.Write(hdr.data(), static_cast<int>(hdr.size()))) return 0;
