@@ -81,6 +81,7 @@ std::vector<uint8_t> RandomBytes(std::mt19937& rng, size_t n) {
 }
 
 void WriteFile(const std::string& name, const std::vector<uint8_t>& data) {
+    chmod(name.c_str(), 0644);  // a name protected by an earlier run
     std::ofstream f(name, std::ios::binary | std::ios::trunc);
     f.write(reinterpret_cast<const char*>(data.data()), static_cast<std::streamsize>(data.size()));
 }
