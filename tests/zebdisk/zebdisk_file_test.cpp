@@ -8,91 +8,11 @@
 
 #include "fileio/fieldio.h"
 #include "zebdisk/zebdisk.h"
+#include "zebdisk/zebdisk_file_builder.h"
+
+using namespace zebtest;
 
 namespace {
-
-using Bytes = std::vector<uint8_t>;
-
-Bytes Slurp(const std::string& name) {
-    Bytes out;
-    FILE* f = std::fopen(name.c_str(), "rb");
-    if (!f) return out;
-    uint8_t buf[65536];
-    size_t n;
-    while ((n = std::fread(buf, 1, sizeof(buf), f)) > 0) out.insert(out.end(), buf, buf + n);
-    std::fclose(f);
-    return out;
-}
-
-void Spit(const std::string& name, const Bytes& data) {
-    FILE* f = std::fopen(name.c_str(), "wb");
-    ASSERT_NE(f, nullptr);
-    std::fwrite(data.data(), 1, data.size(), f);
-    std::fclose(f);
-}
-
-Filepath PathOf(const std::string& name) {
-    Filepath p;
-    p.SetPath(name.c_str());
-    return p;
-}
-
-int32_t Le32(const Bytes& b, size_t off) {
-    return FieldReader(b.data(), b.size()).I32(off);
-}
-
-// Deterministic track contents.
-uint8_t Pattern(int slot, size_t i) {
-    return static_cast<uint8_t>((i * 131u + static_cast<size_t>(slot) * 29u + 7u) ^ (i >> 8));
-}
-
-// A ZEB file built byte by byte, the way other writers lay it out.
-struct ZebFile {
-    int version = 3;
-    int type = ZEB_2DD;
-    int cylinders = 2;
-    int heads = 2;
-    int rate = 500;
-    int rpm = 300;
-    int block = 16384;
-    int v1Bytes = 0;  // track length field of version 1 files
-    // Per-track record fields as stored (bytes for version 2, bits for version 3).
-    int bitLength = 100000;
-    int indexOffset = 0;
-
-    Bytes Build() const {
-        Bytes f(256);
-        FieldWriter w(f.data(), f.size());
-        w.Bytes(0, "ZEB", 3);
-        w.U8(3, static_cast<uint32_t>(version));
-        w.Text(4, "TEST DISK", 59, 60);
-        w.I32(68, type);
-        w.I32(72, cylinders);
-        w.I32(76, heads);
-        w.I32(80, rate);
-        w.I32(84, rpm);
-        w.I32(96, v1Bytes);
-        w.I32(100, block);
-        for (int c = 0; c < cylinders; c++) {
-            for (int h = 0; h < heads; h++) {
-                Bytes b(static_cast<size_t>(block));
-                FieldWriter bw(b.data(), b.size());
-                if (version == 1) {
-                    for (size_t i = 0; i + 16 < b.size(); i++) b[i] = Pattern(c * 2 + h, i);
-                    for (size_t i = b.size() - 16; i < b.size(); i++) b[i] = 0xEE;
-                } else {
-                    bw.I32(0, c);
-                    bw.I32(4, h);
-                    bw.I32(8, indexOffset);
-                    bw.I32(12, bitLength);
-                    for (size_t i = 16; i < b.size(); i++) b[i] = Pattern(c * 2 + h, i - 16);
-                }
-                f.insert(f.end(), b.begin(), b.end());
-            }
-        }
-        return f;
-    }
-};
 
 int Bit(const uint8_t* d, int64_t p) {
     return (d[p >> 3] >> (7 - (p & 7))) & 1;
@@ -256,7 +176,7 @@ TEST(ZEBDiskFile, LoadsVersion1AndUpgradesIt) {
     z.rate = 250;  // data rate
     z.block = 12800;
     z.v1Bytes = 12500;
-    Spit("zf_v1.zeb", z.Build());
+    ASSERT_TRUE(Spit("zf_v1.zeb", z.Build()));
 
     ZEBDisk d;
     ASSERT_TRUE(d.Load(PathOf("zf_v1.zeb"), 0));
@@ -295,7 +215,7 @@ TEST(ZEBDiskFile, LoadsVersion2InBytesAndRotates) {
     z.block = 12800;
     z.bitLength = 12500;  // bytes
     z.indexOffset = 3;    // bytes
-    Spit("zf_v2.zeb", z.Build());
+    ASSERT_TRUE(Spit("zf_v2.zeb", z.Build()));
 
     ZEBDisk d;
     ASSERT_TRUE(d.Load(PathOf("zf_v2.zeb"), 0));
@@ -329,7 +249,7 @@ TEST(ZEBDiskFile, Version3RotationMatchesBitwiseReference) {
         z.bitLength = k.len;
         z.indexOffset = k.offset;
         const Bytes file = z.Build();
-        Spit("zf_rot.zeb", file);
+        ASSERT_TRUE(Spit("zf_rot.zeb", file));
         ZEBDisk d;
         ASSERT_TRUE(d.Load(PathOf("zf_rot.zeb"), 0));
         ASSERT_EQ(d.GetTrackLen(0, 0), k.len);
@@ -344,68 +264,9 @@ TEST(ZEBDiskFile, Version3RotationMatchesBitwiseReference) {
 }
 
 TEST(ZEBDiskFile, RefusesHostileHeaders) {
-    struct Case {
-        const char* what;
-        void (*edit)(ZebFile&);
-        size_t cut;  // bytes removed from the end of the file
-    };
-    const Case cases[] = {
-        {"version 0", [](ZebFile& z) { z.version = 0; }, 0},
-        {"version 4", [](ZebFile& z) { z.version = 4; }, 0},
-        {"negative cylinders", [](ZebFile& z) { z.cylinders = -1; }, 0},
-        {"85 cylinders", [](ZebFile& z) { z.cylinders = 85; }, 0},
-        {"negative heads", [](ZebFile& z) { z.heads = -2; }, 0},
-        {"3 heads", [](ZebFile& z) { z.heads = 3; }, 0},
-        {"block of 16", [](ZebFile& z) { z.block = 16; }, 0},
-        {"negative block", [](ZebFile& z) { z.block = -512; }, 0},
-        {"huge block", [](ZebFile& z) { z.block = 0x7FFFFE00; }, 0},
-        {"block over the limit",
-         [](ZebFile& z) { z.cylinders = 1, z.heads = 1, z.block = 1 << 20; }, 0},
-        {"file shorter than its tracks", [](ZebFile&) {}, 1},
-        {"zero rate", [](ZebFile& z) { z.rate = 0; }, 0},
-        {"negative rpm", [](ZebFile& z) { z.rpm = -300; }, 0},
-        {"zero rpm", [](ZebFile& z) { z.rpm = 0; }, 0},
-        {"rate overflowing", [](ZebFile& z) { z.rate = 0x7FFFFFFF, z.rpm = 1; }, 0},
-        {"nominal beyond block", [](ZebFile& z) { z.rate = 1100; }, 0},
-        {"old rate doubling overflows",
-         [](ZebFile& z) {
-             z.version = 2, z.bitLength = 1, z.rate = 0x40000000, z.rpm = 0x7FFFFFFF;
-         },
-         0},
-        {"negative bit length", [](ZebFile& z) { z.bitLength = -8; }, 0},
-        {"zero bit length", [](ZebFile& z) { z.bitLength = 0; }, 0},
-        {"bit length beyond data", [](ZebFile& z) { z.bitLength = (16384 - 16) * 8 + 1; }, 0},
-        {"v2 bytes beyond data",
-         [](ZebFile& z) { z.version = 2, z.rate = 250, z.bitLength = 16369; }, 0},
-        {"negative index", [](ZebFile& z) { z.indexOffset = -1; }, 0},
-        {"index at length", [](ZebFile& z) { z.indexOffset = 100000; }, 0},
-        {"v2 index beyond",
-         [](ZebFile& z) {
-             z.version = 2, z.rate = 250, z.bitLength = 12500, z.indexOffset = 12500;
-         },
-         0},
-        {"v1 length beyond block",
-         [](ZebFile& z) { z.version = 1, z.rate = 250, z.v1Bytes = 16369; }, 0},
-        {"v1 negative length", [](ZebFile& z) { z.version = 1, z.rate = 250, z.v1Bytes = -1; }, 0},
-        {"v1 huge length", [](ZebFile& z) { z.version = 1, z.rate = 250, z.v1Bytes = 0x20000000; },
-         0},
-    };
-    for (const Case& k : cases) {
+    for (const HostileZeb& k : HostileZebCases()) {
         SCOPED_TRACE(k.what);
-        ZebFile z;
-        z.v1Bytes = 12500;
-        k.edit(z);
-        // Large claims are written as a header alone: the size check must catch them.
-        Bytes file = (z.block > (1 << 20) || z.block < 16 || z.cylinders * z.heads < 0)
-                         ? ZebFile{z.version, z.type, 0, 0, z.rate, z.rpm, z.block}.Build()
-                         : z.Build();
-        if (file.size() == 256) {
-            FieldWriter w(file.data(), file.size());
-            w.I32(72, z.cylinders);
-            w.I32(76, z.heads);
-        }
-        file.resize(file.size() - k.cut);
-        Spit("zf_hostile.zeb", file);
+        ASSERT_TRUE(Spit("zf_hostile.zeb", HostileZebFile(k)));
         ZEBDisk d;
         ASSERT_TRUE(d.Init(ZEB_2DD, 0, 0, 0));
         EXPECT_FALSE(d.Load(PathOf("zf_hostile.zeb"), 0));
@@ -415,14 +276,14 @@ TEST(ZEBDiskFile, RefusesHostileHeaders) {
 
     // The unmodified file loads, so each case above fails for its own reason.
     ZebFile good;
-    Spit("zf_hostile.zeb", good.Build());
+    ASSERT_TRUE(Spit("zf_hostile.zeb", good.Build()));
     ZEBDisk d;
     EXPECT_TRUE(d.Load(PathOf("zf_hostile.zeb"), 0));
     // A header alone, or no file at all, is refused.
-    Spit("zf_short.zeb", Bytes(100, 0));
+    ASSERT_TRUE(Spit("zf_short.zeb", Bytes(100, 0)));
     EXPECT_FALSE(d.Load(PathOf("zf_short.zeb"), 0));
     EXPECT_FALSE(d.Load(PathOf("zf_none.zeb"), 0));
-    Spit("zf_good.d88", good.Build());
+    ASSERT_TRUE(Spit("zf_good.d88", good.Build()));
     EXPECT_FALSE(d.Load(PathOf("zf_good.d88"), 0));
     EXPECT_EQ(d.initialized, 0);
 }
@@ -432,7 +293,7 @@ TEST(ZEBDiskFile, WrongSignatureAndUnknownTypeAreAccepted) {
     z.type = 5;
     Bytes file = z.Build();
     file[0] = 'X';
-    Spit("zf_sig.zeb", file);
+    ASSERT_TRUE(Spit("zf_sig.zeb", file));
     ZEBDisk d;
     ASSERT_TRUE(d.Load(PathOf("zf_sig.zeb"), 0));
     EXPECT_EQ(d.Type(), 5);
