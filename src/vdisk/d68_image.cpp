@@ -44,7 +44,7 @@ constexpr uint8_t kProtectOn = 0x10;
 
 constexpr uint32_t kMinDiskSize = 512;
 constexpr uint32_t kMaxDiskSize = 0x1E0000;
-constexpr int kMaxCylinders = 82;
+constexpr int kD68Cylinders = 82;
 constexpr int k2DCylinders = 42;
 constexpr int kMaxSectorData = 16384;
 
@@ -99,7 +99,7 @@ int VDisk::ImportD68(const Filepath& path, int diskno) {
     int newType = 0;
     int newCylinders = 0;
     // A track table that starts right after the header has all 164 entries.
-    const int fullTable = hdr.U32(kHdrTrackTable) == kHdrSize ? kMaxCylinders : 80;
+    const int fullTable = hdr.U32(kHdrTrackTable) == kHdrSize ? kD68Cylinders : 80;
     switch (hdr.U8(kHdrMedia)) {
         case kMedia2D:
             newType = VDISK_2D;
@@ -166,7 +166,7 @@ int VDisk::ImportD68(const Filepath& path, int diskno) {
 }
 
 int VDisk::ExportD68(const Filepath& path) {
-    const int cyl = cylinders < 0 ? 0 : (cylinders > kMaxCylinders ? kMaxCylinders : cylinders);
+    const int cyl = cylinders < 0 ? 0 : (cylinders > kD68Cylinders ? kD68Cylinders : cylinders);
 
     std::vector<uint8_t> hdrBuf(kHdrSize, 0);
     FieldWriter hdr(hdrBuf.data(), hdrBuf.size());
