@@ -43,21 +43,18 @@ inline void FillMfm(uint8_t* p, uint8_t b, size_t count, int* last) {
 
 // count bytes of src (zeros when src is null), 2 bytes each; updates *last and *crc.
 inline void GenMfm(uint8_t* p, const uint8_t* src, size_t count, int* last, uint16_t* crc) {
+    if (count == 0) return;
     if (!src) {
         FillMfm(p, 0, count, last);
         for (size_t i = 0; i < count; ++i) *crc = CrcUpdate(*crc, 0);
         return;
     }
-    int l = *last;
-    uint16_t c = *crc;
-    for (size_t i = 0; i < count; ++i) {
-        const uint8_t b = src[i];
-        Put16(p + 2 * i, MfmWord(b, l));
-        l = b & 1;
-        c = CrcUpdate(c, b);
-    }
-    *last = l;
-    *crc = c;
+    // Cells and CRC in two tight passes: the clock of each byte depends only
+    // on the previous source byte, so the cell loop carries no dependency.
+    Put16(p, MfmWord(src[0], *last));
+    for (size_t i = 1; i < count; ++i) Put16(p + 2 * i, MfmWord(src[i], src[i - 1] & 1));
+    *last = src[count - 1] & 1;
+    *crc = CrcUpdate(*crc, src, count);
 }
 
 inline void FillFm(uint8_t* p, uint8_t b, size_t count) {
@@ -71,12 +68,8 @@ inline void GenFm(uint8_t* p, const uint8_t* src, size_t count, uint16_t* crc) {
         for (size_t i = 0; i < count; ++i) *crc = CrcUpdate(*crc, 0);
         return;
     }
-    uint16_t c = *crc;
-    for (size_t i = 0; i < count; ++i) {
-        Put32(p + 4 * i, FMTable[src[i]]);
-        c = CrcUpdate(c, src[i]);
-    }
-    *crc = c;
+    for (size_t i = 0; i < count; ++i) Put32(p + 4 * i, FMTable[src[i]]);
+    *crc = CrcUpdate(*crc, src, count);
 }
 
 // Address marks: MFM as the sync words then the mark byte after an A1/C2

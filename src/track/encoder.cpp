@@ -150,17 +150,34 @@ int VTrack::Encode(int raw, unsigned char* buf, int len) {
     return Encode2Raw(cellBuf, cells, buf, len);
 }
 
+// The background (GAP4b) covers every whole word of the buffer. The fields are
+// written first from cell 0 onward, so only the words after them are filled:
+// the result is the same as filling first and overwriting.
 int VTrack::EncodeMFM(unsigned char* buf, int cells) {
-    if (cells > 15) FillMFM(buf, 0x4E, cells / 16, nullptr);
     CellWriter w(buf, cells);
     WriteLayout(w, true, sectors, cells);
+    if (cells > 15) {
+        const int64_t from = w.Pos() / 2;
+        const int64_t words = cells / 16;
+        if (from < words) FillMFM(buf + 2 * from, 0x4E, static_cast<int>(words - from), nullptr);
+    }
     return cells;
 }
 
 int VTrack::EncodeFM(unsigned char* buf, int cells) {
-    if (cells > 31) FillFM(buf, 0xFF, cells / 32);
     CellWriter w(buf, cells);
     WriteLayout(w, false, sectors, cells);
+    if (cells > 31) {
+        // MFM sectors can leave the fields ending half-way into a 32-cell word.
+        int64_t from = w.Pos();
+        const int64_t words = cells / 32;
+        if (from % 4 != 0 && from / 4 < words) {
+            cellcode::Put16(buf + from, static_cast<uint16_t>(FMTable[0xFF]));
+            from += 2;
+        }
+        from /= 4;
+        if (from < words) FillFM(buf + 4 * from, 0xFF, static_cast<int>(words - from));
+    }
     return cells;
 }
 

@@ -385,7 +385,7 @@ TEST(EncoderLayoutTest, MatchesBitLevelReference) {
         std::vector<VSector*> v;
         v.push_back(MakeSector(1, 0, 0, 1, 1, 256, 22, 0));
         for (int r = 2; r <= 4; ++r) v.push_back(MakeSector(0, 0, 0, r, 0, 128, 11, 27));
-        v.push_back(MakeSector(1, 0, 0, 5, 1, 256, 22, 54));
+        v.push_back(MakeSector(1, 0, 0, 5, 1, 256, 22, 53));  // ends mid FM word
         cases.push_back({"3 FM + 2 MFM", v, 50000});
     }
     {
