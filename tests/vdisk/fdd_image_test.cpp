@@ -276,3 +276,12 @@ TEST(FddRoundTrip, MixedSizesDensitiesAndDeletedMarks) {
             ASSERT_EQ(b, nullptr);
         }
 }
+
+TEST(FddImport, SurvivesDamagedTables) {
+    FddBuilder f;
+    for (int t = 0; t < 4; t++) {
+        f.Add(t, 0, t / 2, t % 2, 1, 1, Pattern(256, t));
+        f.Add(t, 1, t / 2, t % 2, 2, 2, {}, 0xE5, true, false);
+    }
+    ImportDamaged(&VDisk::ImportFDD, f.b, 0, Entry(5, 0), "fdd_damaged.fdd", 400);
+}

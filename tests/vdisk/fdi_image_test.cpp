@@ -276,3 +276,11 @@ TEST(FdiRoundTrip, WriterThenReader) {
             ASSERT_EQ(b, nullptr);
         }
 }
+
+TEST(FdiImport, SurvivesDamagedHeaders) {
+    VDisk src;
+    FillUniformDisk(src, 7, 4, 8, 3, 116);
+    const std::string file = ScratchFile("fdi_damage_src.fdi");
+    ASSERT_EQ(src.ExportFDI(PathOf(file)), 1);
+    ImportDamaged(&VDisk::ImportFDI, ReadFile(file), 0, 32, "fdi_damaged.fdi", 400);
+}

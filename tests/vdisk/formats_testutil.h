@@ -2,6 +2,7 @@
 // endian pokes into crafted images, and disks built sector by sector.
 #pragma once
 
+#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -98,6 +99,46 @@ inline void FillUniformDisk(VDisk& d, int type, int cyls, int count, int n, int 
                 d.Track(c, h)->AddSector(
                     NewSector(1, c, h, r, n,
                               Pattern(128 << n, static_cast<unsigned>(c * 64 + h * 32 + r)), gap3));
+}
+
+// Imports `rounds` damaged copies of a valid image (a few bytes of [from, to)
+// replaced, sometimes the file cut short) and checks that every accepted disk
+// stays within the track table and holds only sectors with sane data.
+using ImportFn = int (VDisk::*)(const Filepath&);
+inline void ImportDamaged(ImportFn fn, const std::vector<uint8_t>& image, size_t from, size_t to,
+                          const std::string& fileName, int rounds) {
+    uint32_t rng = 12345;
+    auto next = [&rng] { return rng = rng * 1103515245u + 12345u, rng >> 8; };
+    int accepted = 0;
+    for (int i = 0; i < rounds; i++) {
+        std::vector<uint8_t> b = image;
+        const int hits = 1 + static_cast<int>(next() % 4);
+        for (int k = 0; k < hits; k++)
+            b[from + next() % (to - from)] = static_cast<uint8_t>(next());
+        if (next() % 4 == 0) b.resize(next() % b.size());
+        VDisk d;
+        const int r = (d.*fn)(PathOf(WriteFile(fileName, b)));
+        ASSERT_TRUE(r == 0 || r == 1);
+        if (!r) continue;
+        accepted++;
+        ASSERT_GE(d.cylinders, 0);
+        ASSERT_LE(d.cylinders, VDisk::kMaxCylinders);
+        for (int c = 0; c < VDisk::kMaxCylinders; c++)
+            for (int h = 0; h < 2; h++) {
+                const VTrack* t = d.Track(c, h);
+                if (!t) continue;
+                int n = 0;
+                for (const VSector* s = t->sectors; s; s = s->next, n++) {
+                    ASSERT_GT(s->length, 0);
+                    ASSERT_LE(s->length, 16384);
+                    ASSERT_NE(s->data, nullptr);
+                }
+                ASSERT_EQ(n, t->SectorCount());
+            }
+    }
+    // Damage to ignored fields leaves a readable image: both outcomes occur.
+    EXPECT_GT(accepted, 0);
+    EXPECT_LT(accepted, rounds);
 }
 
 }  // namespace fmtest

@@ -279,3 +279,12 @@ TEST(NfdRoundTrip, MixedSizesDensitiesAndDeletedMarks) {
             ASSERT_EQ(b, nullptr);
         }
 }
+
+TEST(NfdImport, SurvivesDamagedTables) {
+    NfdBuilder f;
+    for (int t = 0; t < 4; t++) {
+        f.Add(t, 0, t / 2, t % 2, 1, 1, Pattern(256, t));
+        f.Add(t, 1, t / 2, t % 2, 2, 0, Pattern(128, t), 0x90, true, false);
+    }
+    ImportDamaged(&VDisk::ImportNFD, f.b, 0x110, Entry(5, 0), "nfd_damaged.nfd", 400);
+}
