@@ -21,21 +21,39 @@ int Enc2RawPosMulti(uchar* raw, int rawLen, int* pos, int count) {
     std::vector<int> order(n);
     for (size_t i = 0; i < n; i++) order[i] = static_cast<int>(i);
     std::stable_sort(order.begin(), order.end(), [&](int a, int b) { return pos[a] < pos[b]; });
+    // -1 also marks an entry not yet placed, so one placed at sample -1 is
+    // placed again (and counted again) at the next edge.
+    std::vector<int> retry;
 
     int64_t k = first / 8;
     size_t next = 0;
+    int64_t translated = 0;
+    // The scan stops at the 32-sample word boundary after the last entry was
+    // placed; words start at the first byte boundary at or after the first edge.
+    const int64_t wordBase = (static_cast<int64_t>(first) + 7) & ~int64_t{7};
+    int64_t stopAt = INT64_MAX;
+
+    auto place = [&](int i, int64_t e) {
+        const int64_t s = e - (k - pos[i]) * 8;
+        const int v = static_cast<int>(std::clamp<int64_t>(s, INT_MIN, INT_MAX));
+        result[static_cast<size_t>(i)] = v;
+        translated++;
+        if (v == -1) retry.push_back(i);
+    };
     rawscan::ScanEdges(raw, rawLen, first, [&](int64_t e, int d) {
+        if (e >= stopAt) return false;
         rawscan::VfoStep(vfo, d);
         k += vfo.cells;
-        while (next < n && pos[order[next]] <= k) {
-            // Count back whole cells from the first edge at or after the cell.
-            const int64_t s = e - (k - pos[order[next]]) * 8;
-            result[static_cast<size_t>(order[next])] =
-                static_cast<int>(std::clamp<int64_t>(s, INT_MIN, INT_MAX));
-            next++;
+        if (!retry.empty()) {
+            std::vector<int> again;
+            again.swap(retry);
+            for (int i : again) place(i, e);
         }
-        return next < n;
+        while (next < n && pos[order[next]] <= k) place(order[next++], e);
+        if (translated >= count && stopAt == INT64_MAX)
+            stopAt = wordBase + ((e - wordBase) / 32 + 1) * 32;
+        return true;
     });
     std::copy(result.begin(), result.end(), pos);
-    return static_cast<int>(next);
+    return static_cast<int>(std::min<int64_t>(translated, INT_MAX));
 }

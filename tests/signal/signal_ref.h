@@ -155,7 +155,7 @@ inline int PosMulti(const uchar* raw, int len, std::vector<int>& pos) {
                     done++;
                 }
         },
-        [&] { return done == count; });
+        [&] { return done >= count; });
     pos = res;
     return done;
 }
