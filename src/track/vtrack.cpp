@@ -1,5 +1,7 @@
 #include "track/vtrack.h"
 
+#include <algorithm>
+
 VTrack::VTrack()
     : flags(0),
       iamPos(0),
@@ -77,7 +79,7 @@ int32_t VTrack::GetLength() const {
     }
     if (sum == 0) return 0;
     sum += mfmCount >= fmCount ? 212 : 106;
-    return static_cast<int32_t>(sum);
+    return static_cast<int32_t>(std::clamp<int64_t>(sum, INT32_MIN, INT32_MAX));
 }
 
 int VTrack::GetEncData(int pos) const {
