@@ -212,6 +212,29 @@ inline std::vector<uint8_t> CellsToRaw(const std::vector<uint8_t>& cells, int le
     return raw;
 }
 
+// The same, but cells in [from, to) take stretch times 8 samples each;
+// *samples receives the signal's length.
+inline std::vector<uint8_t> CellsToRawStretched(const std::vector<uint8_t>& cells, int len,
+                                                int from, int to, double stretch, int* samples) {
+    std::vector<double> start(static_cast<size_t>(len) + 1);
+    double at = 0;
+    for (int i = 0; i < len; ++i) {
+        start[static_cast<size_t>(i)] = at;
+        at += (i >= from && i < to) ? 8.0 * stretch : 8.0;
+    }
+    *samples = static_cast<int>(at);
+    std::vector<uint8_t> raw(static_cast<size_t>((*samples + 7) / 8), 0);
+    for (int i = 0; i < len; ++i) {
+        if (!((cells[static_cast<size_t>(i / 8)] >> (7 - i % 8)) & 1)) continue;
+        const int s0 = static_cast<int>(start[static_cast<size_t>(i)]);
+        for (int k = 0; k < 3; ++k) {
+            const int p = (s0 + k) % *samples;
+            raw[static_cast<size_t>(p / 8)] |= static_cast<uint8_t>(0x80 >> (p % 8));
+        }
+    }
+    return raw;
+}
+
 // Bytes 0..n-1 of a recognisable pattern seeded by seed.
 inline std::vector<uint8_t> Pattern(int n, int seed) {
     std::vector<uint8_t> v(static_cast<size_t>(n));

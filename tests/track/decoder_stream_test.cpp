@@ -476,4 +476,34 @@ TEST(DecoderStream, RawSignalDecodesLikeItsCells) {
     rawTrack.Cleanup();
 }
 
+// A data field written slower or faster than the rest of the track shows
+// as its length deviation, in thousandths.
+TEST(DecoderStream, RawTimeDeviationOfOneSector) {
+    for (double stretch : {1.05, 0.96}) {
+        SCOPED_TRACE(stretch);
+        std::vector<SectorSpec> specs;
+        for (int r = 1; r <= 6; ++r) specs.push_back(Mfm(static_cast<uint8_t>(r), 2, 84));
+        Built b = Build(specs, true, 60000);
+        // Sector 3 from its data sync (damPos - 192) to the end of its CRC.
+        int samples = 0;
+        std::vector<uint8_t> raw = dectest::CellsToRawStretched(
+            b.cells, b.len, b.placed[2].damPos - 192, b.placed[2].endPos, stretch, &samples);
+        VTrack t;
+        t.Decode(1, raw.data(), samples, 0);
+        auto v = List(t);
+        ASSERT_EQ(v.size(), 6u);
+        const int want = static_cast<int>((stretch - 1.0) * 1000);
+        for (size_t i = 0; i < v.size(); ++i) {
+            SCOPED_TRACE(i);
+            EXPECT_EQ(v[i]->status, 0);
+            if (i == 2) {
+                EXPECT_NEAR(v[i]->timeDev, want, 4);
+            } else {
+                EXPECT_NEAR(v[i]->timeDev, 0, 1);
+            }
+        }
+        t.Cleanup();
+    }
+}
+
 }  // namespace
