@@ -148,7 +148,7 @@ int VDisk::ExportFDD(const Filepath& path) {
     std::vector<uint8_t> hdr(kFddHeaderSize, 0);
     FieldWriter w(hdr.data(), hdr.size());
     w.Bytes(kFddSignature, kFddSignatureText, sizeof(kFddSignatureText));
-    w.Text(kFddName, name, kFddNameField - 1, kFddNameField);
+    w.Text(kFddName, name, std::min(kFddNameField - 1, sizeof(name)), kFddNameField);
     w.U16(kFddWriteProtect, 0);
     w.Fill(kFddTable, kFddUnused, kFddTrailer - kFddTable);
     w.Bytes(kFddTrailer, kFddTrailerBytes, sizeof(kFddTrailerBytes));

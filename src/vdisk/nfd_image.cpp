@@ -145,7 +145,7 @@ int VDisk::ExportNFD(const Filepath& path) {
         for (int i = 0; i < kNfdEntries; i++) w.Fill(NfdEntry(t, i), kNfdUnused, kNfdEntUnusedFill);
     }
     w.Bytes(kNfdSignature, kNfdSignatureText, sizeof(kNfdSignatureText));
-    w.Text(kNfdComment, name, kNfdCommentField - 1, kNfdCommentField);
+    w.Text(kNfdComment, name, std::min(kNfdCommentField - 1, sizeof(name)), kNfdCommentField);
     w.U32(kNfdHeaderSizeField, kNfdHeaderSize);
     w.U8(kNfdWriteProtect, 0);
     w.U8(kNfdHeads, 2);

@@ -6,6 +6,7 @@
 
 #include "formats_testutil.h"
 #include "vdisk/vdisk.h"
+#include "vdisk_testutil.h"
 
 using namespace fmtest;
 
@@ -262,19 +263,7 @@ TEST(FdiRoundTrip, WriterThenReader) {
     ASSERT_EQ(back.ImportFDI(PathOf(file)), 1);
     EXPECT_EQ(back.type, 3);
     ASSERT_EQ(back.cylinders, 80);
-    for (int c = 0; c < 80; c++)
-        for (int h = 0; h < 2; h++) {
-            const VSector* a = src.Track(c, h)->sectors;
-            const VSector* b = back.Track(c, h)->sectors;
-            for (; a && b; a = a->next, b = b->next) {
-                ASSERT_EQ(std::memcmp(&a->idC, &b->idC, 4), 0);
-                ASSERT_EQ(a->length, b->length);
-                ASSERT_EQ(std::memcmp(a->data, b->data, static_cast<size_t>(a->length)), 0);
-                ASSERT_EQ(a->gap3, b->gap3);
-            }
-            ASSERT_EQ(a, nullptr);
-            ASSERT_EQ(b, nullptr);
-        }
+    vdtest::ExpectSameSectors(src, back, 80);
 }
 
 TEST(FdiImport, SurvivesDamagedHeaders) {

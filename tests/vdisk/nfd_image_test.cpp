@@ -7,6 +7,7 @@
 
 #include "formats_testutil.h"
 #include "vdisk/vdisk.h"
+#include "vdisk_testutil.h"
 
 using namespace fmtest;
 
@@ -263,21 +264,7 @@ TEST(NfdRoundTrip, MixedSizesDensitiesAndDeletedMarks) {
     EXPECT_EQ(back.type, 7);
     EXPECT_EQ(back.cylinders, 77);
     EXPECT_STREQ(back.name, "ROUND TRIP");
-    for (int c = 0; c < 77; c++)
-        for (int h = 0; h < 2; h++) {
-            const VSector* a = src.Track(c, h)->sectors;
-            const VSector* b = back.Track(c, h)->sectors;
-            for (; a && b; a = a->next, b = b->next) {
-                ASSERT_EQ(std::memcmp(&a->idC, &b->idC, 4), 0);
-                ASSERT_EQ(a->mfm, b->mfm);
-                ASSERT_EQ(a->status, b->status);
-                ASSERT_EQ(a->gap3, b->gap3);
-                ASSERT_EQ(a->length, b->length);
-                ASSERT_EQ(std::memcmp(a->data, b->data, static_cast<size_t>(a->length)), 0);
-            }
-            ASSERT_EQ(a, nullptr);
-            ASSERT_EQ(b, nullptr);
-        }
+    vdtest::ExpectSameSectors(src, back, 77);
 }
 
 TEST(NfdImport, SurvivesDamagedTables) {
