@@ -1,5 +1,134 @@
+#include <algorithm>
+#include <climits>
+#include <cstdint>
+#include <cstring>
+#include <vector>
+
+#include "signal/rawconv.h"
 #include "zebdisk/zebdisk.h"
 
-bool ZEBDisk::ConvertRaw() { return false; }
-bool ZEBDisk::ConvertEnc() { return false; }
-void ZEBDisk::ConvertEncBody() {}
+namespace {
+
+constexpr int kRecordHeader = zebrec::kData;
+
+// A slot's record taken out of the disk, with its bit length cut to what its
+// data holds (a missing record reads as an empty track of that slot).
+struct OldRecord {
+    int32_t cylinder, head, index;
+    int bits;
+    std::vector<uint8_t> rec;
+    uint8_t* data() { return rec.data() + kRecordHeader; }
+};
+
+OldRecord TakeRecord(ZEBDisk& disk, int slot, int c, int h) {
+    OldRecord o{c, h, 0, 0, {}};
+    if (disk.RecordDataSize(slot) > 0) {
+        o.cylinder = disk.RecordInt(slot, zebrec::kCylinder);
+        o.head = disk.RecordInt(slot, zebrec::kHead);
+        o.index = disk.RecordInt(slot, zebrec::kIndexOffset);
+        const int64_t held = std::min<int64_t>(int64_t{disk.RecordDataSize(slot)} * 8, INT_MAX / 8);
+        o.bits = static_cast<int>(
+            std::clamp<int64_t>(disk.RecordInt(slot, zebrec::kBitLength), 0, held));
+        o.rec = std::move(disk.track[slot]);
+    } else {
+        o.rec.assign(kRecordHeader + 8, 0);
+    }
+    return o;
+}
+
+// Replaces the slot by a zeroed record of size bytes carrying the old record's
+// cylinder, head and index offset; returns its data.
+uint8_t* NewRecordFrom(ZEBDisk& disk, int slot, int size, const OldRecord& o) {
+    disk.NewRecord(slot, size, o.cylinder, o.head, 0);
+    disk.SetRecordInt(slot, zebrec::kIndexOffset, o.index);
+    return disk.track[slot].data() + kRecordHeader;
+}
+
+}  // namespace
+
+bool ZEBDisk::ConvertRaw() {
+    if (!initialized || Type() == ZEB_RAW) return false;
+    const int64_t r = Rate();
+    const int64_t rpm = Rpm();
+    const int size = r == 1000 ? 262144 : 131072;
+    SetHeaderInt(zebhdr::kType, ZEB_RAW);
+    SetHeaderInt(zebhdr::kRate, static_cast<int32_t>(static_cast<uint32_t>(r * 8)));
+    SetHeaderInt(zebhdr::kBlockSize, size);
+
+    // A track longer than one revolution plus half a percent is squeezed to that
+    // length. Without a usable rate and speed there is no such limit.
+    int64_t limit = INT64_MAX;
+    if (rpm > 0) {
+        const int64_t nominal = r * 480000 / rpm;
+        if (nominal > 0) limit = nominal + nominal / 200;
+    }
+    const int cap = (size - kRecordHeader) * 8;
+
+    const int cyls = std::clamp(Cylinders(), 0, kMaxCylinders);
+    const int heads = std::clamp(Heads(), 0, kMaxHeads);
+    for (int c = 0; c < cyls; c++) {
+        for (int h = 0; h < heads; h++) {
+            const int slot = c * 2 + h;
+            OldRecord o = TakeRecord(*this, slot, c, h);
+            uint8_t* dst = NewRecordFrom(*this, slot, size, o);
+            const int64_t rawLen = int64_t{o.bits} * 8;
+            int64_t len;
+            if (rawLen <= cap) {
+                len = Encode2Raw(o.data(), o.bits, dst, cap);
+                if (len > limit)
+                    len = StrechRaw(dst, static_cast<int>(len), static_cast<int>(limit));
+            } else if (limit < rawLen && limit <= cap) {
+                // Too long for the record as it stands, but it fits once squeezed.
+                std::vector<uint8_t> wide(static_cast<size_t>(o.bits) + 1);
+                Encode2Raw(o.data(), o.bits, wide.data(), static_cast<int>(rawLen));
+                len = StrechRaw(wide.data(), static_cast<int>(rawLen), static_cast<int>(limit));
+                std::memcpy(dst, wide.data(), static_cast<size_t>(len + 7) / 8);
+            } else {
+                // Does not fit at all: the pulses wrap and the length is the record's.
+                Encode2Raw(o.data(), o.bits, dst, cap);
+                len = cap;
+            }
+            SetRecordInt(slot, zebrec::kBitLength, static_cast<int32_t>(len));
+            updated[slot] = 1;
+        }
+    }
+    return true;
+}
+
+bool ZEBDisk::ConvertEnc() {
+    if (!initialized || Type() != ZEB_RAW) return false;
+    ConvertEncBody();
+    return true;
+}
+
+void ZEBDisk::ConvertEncBody() {
+    const int32_t r = Rate();
+    const int cylinders = Cylinders();
+    int size;
+    if (r == 8000) {
+        SetHeaderInt(zebhdr::kType, ZEB_2HD);
+        SetHeaderInt(zebhdr::kRate, 1000);
+        size = 32768;
+    } else {
+        // Raw rates 8001..8007 keep the large records of the 1000 kbit/s cell rate.
+        SetHeaderInt(zebhdr::kType, cylinders > 42 ? ZEB_2DD : ZEB_2D);
+        SetHeaderInt(zebhdr::kRate, r / 8);
+        size = r / 8 == 1000 ? 32768 : 16384;
+    }
+    SetHeaderInt(zebhdr::kBlockSize, size);
+    const int cap = (size - kRecordHeader) * 8;
+
+    const int cyls = std::clamp(cylinders, 0, kMaxCylinders);
+    const int heads = std::clamp(Heads(), 0, kMaxHeads);
+    for (int c = 0; c < cyls; c++) {
+        for (int h = 0; h < heads; h++) {
+            const int slot = c * 2 + h;
+            OldRecord o = TakeRecord(*this, slot, c, h);
+            uint8_t* dst = NewRecordFrom(*this, slot, size, o);
+            // A separated track longer than the record keeps what the record holds.
+            const int n = Raw2Encode(o.data(), o.bits, dst, cap);
+            SetRecordInt(slot, zebrec::kBitLength, std::min(n, cap));
+            updated[slot] = 1;
+        }
+    }
+}
