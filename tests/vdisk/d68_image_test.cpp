@@ -464,3 +464,45 @@ TEST(D68RoundTrip, MixedDensitiesSizesAndDeletedMarks) {
 }
 
 }  // namespace
+
+namespace {
+
+// Corrupted copies of a valid file: every import either fails or yields a disk
+// whose sector bytes all came from the file.
+TEST(D68Import, CorruptedFilesNeverReadMoreThanTheFileHolds) {
+    CraftDisk cd = SampleDisk();
+    cd.tracks[5][0].count = 1;
+    const std::vector<uint8_t> base = BuildD68(cd);
+    uint32_t seed = 12345;
+    auto next = [&seed] {
+        seed = seed * 1103515245u + 12345u;
+        return seed >> 8;
+    };
+    int accepted = 0;
+    for (int round = 0; round < 400; round++) {
+        std::vector<uint8_t> img = base;
+        const int edits = 1 + static_cast<int>(next() % 6);
+        for (int e = 0; e < edits; e++) {
+            // Mostly the fields that steer the reader: header, table, sector headers.
+            const size_t span = (next() % 2) ? 0x30 + 8 : img.size();
+            const size_t at =
+                (next() % 3 == 0) ? kHdr + next() % (img.size() - kHdr) : next() % span;
+            img[at] = static_cast<uint8_t>(next());
+        }
+        if (next() % 5 == 0) img.resize(next() % img.size());
+        const std::string f = WriteFile("d68_fuzz.d88", img);
+        VDisk d;
+        if (d.ImportD68(PathOf(f), 1 + static_cast<int>(next() % 3)) == 0) continue;
+        accepted++;
+        size_t bytes = 0;
+        for (int c = 0; c < d.cylinders; c++)
+            for (int h = 0; h < 2; h++)
+                for (const VSector* s = d.Track(c, h)->sectors; s; s = s->next)
+                    bytes += 16 + static_cast<size_t>(s->length);
+        EXPECT_LE(bytes, img.size());
+        EXPECT_LE(d.cylinders, 82);
+    }
+    EXPECT_GT(accepted, 0);
+}
+
+}  // namespace

@@ -303,3 +303,34 @@ TEST(DimExport, TwoSdFirstTrackAndLongName) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(DimImport, CorruptedFilesFailOrStayWithinTheFile) {
+    const std::vector<uint8_t> base = BuildDIM(17, 3, "FUZZ");
+    uint32_t seed = 777;
+    auto next = [&seed] {
+        seed = seed * 1103515245u + 12345u;
+        return seed >> 8;
+    };
+    int accepted = 0;
+    for (int round = 0; round < 300; round++) {
+        std::vector<uint8_t> img = base;
+        for (int e = 0; e < 3; e++) img[next() % kHdr] = static_cast<uint8_t>(next());
+        if (next() % 4 == 0) img.resize(next() % img.size());
+        const std::string f = WriteFile("dim_fuzz.dim", img);
+        VDisk d;
+        if (d.ImportDIM(PathOf(f)) == 0) continue;
+        accepted++;
+        size_t bytes = 0;
+        for (int c = 0; c < 84; c++)
+            for (int h = 0; h < 2; h++)
+                for (const VSector* s = d.Track(c, h)->sectors; s; s = s->next)
+                    bytes += static_cast<size_t>(s->length);
+        EXPECT_LE(bytes + kHdr, img.size());
+        EXPECT_LT(std::strlen(d.name), 60u);
+    }
+    EXPECT_GT(accepted, 0);
+}
+
+}  // namespace
