@@ -41,11 +41,9 @@ int AlignRaw(uchar* raw, int len) {
     const size_t bytes = (static_cast<size_t>(len) + 7) / 8;
     std::vector<uchar> orig(raw, raw + bytes);
 
-    VFOState vfo;
-    VFO_Init(&vfo);
+    rawscan::Separator sep;
     rawscan::ScanEdges(orig.data(), len, first, [&](int64_t x, int d) {
-        rawscan::VfoStep(vfo, d);
-        const int64_t ideal = int64_t{vfo.cells} * 8;
+        const int64_t ideal = int64_t{sep.Step(d).cells} * 8;
         const int64_t e = x >= len ? x - len : x;
         if (ideal > d)
             PutEight(raw, len, e, 0x70);  // early: one sample later

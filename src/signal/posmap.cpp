@@ -12,8 +12,7 @@ int Enc2RawPosMulti(uchar* raw, int rawLen, int* pos, int count) {
     if (first < 0) return 0;
     if (count <= 0) return 0;
 
-    VFOState vfo;
-    VFO_Init(&vfo);
+    rawscan::Separator sep;
     const size_t n = static_cast<size_t>(count);
     std::vector<int> result(n, -1);
     // The cell counter never goes back, so the entries fall due in order of
@@ -27,6 +26,7 @@ int Enc2RawPosMulti(uchar* raw, int rawLen, int* pos, int count) {
 
     int64_t k = first / 8;
     size_t next = 0;
+    int64_t nextPos = pos[order[0]];
     int64_t translated = 0;
     // The scan stops at the 32-sample word boundary after the last entry was
     // placed; words start at the first byte boundary at or after the first edge.
@@ -42,14 +42,16 @@ int Enc2RawPosMulti(uchar* raw, int rawLen, int* pos, int count) {
     };
     rawscan::ScanEdges(raw, rawLen, first, [&](int64_t e, int d) {
         if (e >= stopAt) return false;
-        rawscan::VfoStep(vfo, d);
-        k += vfo.cells;
+        k += sep.Step(d).cells;
         if (!retry.empty()) {
             std::vector<int> again;
             again.swap(retry);
             for (int i : again) place(i, e);
         }
-        while (next < n && pos[order[next]] <= k) place(order[next++], e);
+        while (k >= nextPos) {
+            place(order[next++], e);
+            nextPos = next < n ? pos[order[next]] : INT64_MAX;
+        }
         if (translated >= count && stopAt == INT64_MAX)
             stopAt = wordBase + ((e - wordBase) / 32 + 1) * 32;
         return true;

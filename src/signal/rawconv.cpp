@@ -45,8 +45,7 @@ inline void PutPulse(uchar* buf, int n, int64_t q) {
 int Raw2Encode(uchar* raw, int rawLen, uchar* enc, int encCap) {
     if (encCap > 0) std::memset(enc, 0, (static_cast<size_t>(encCap) + 7) / 8);
     if (rawLen <= 0) return 0;
-    VFOState vfo;
-    VFO_Init(&vfo);
+    rawscan::Separator sep;
 
     const int first = rawscan::FirstEdge(raw, rawLen);
     if (first < 0) return rawLen / 8;
@@ -66,17 +65,17 @@ int Raw2Encode(uchar* raw, int rawLen, uchar* enc, int encCap) {
         }
     };
     const int64_t lastEdge = rawscan::ScanEdges(raw, rawLen, first, [&](int64_t, int d) {
-        rawscan::VfoStep(vfo, d);
-        if (!vfo.valid) {
-            advance(vfo.cells);
-        } else if (vfo.cells == 1) {
+        const auto r = sep.Step(d);
+        if (!r.valid) {
+            advance(r.cells);
+        } else if (r.cells == 1) {
             // Two transitions one cell apart cannot both stand: the earlier one
             // is moved onto the later.
             if (encCap > 0) PutBit(enc, pf, 0);
             advance(1);
             if (encCap > 0) PutBit(enc, pf, 1);
         } else {
-            advance(vfo.cells);
+            advance(r.cells);
             if (encCap > 0) PutBit(enc, pf, 1);
         }
         return true;
@@ -84,8 +83,8 @@ int Raw2Encode(uchar* raw, int rawLen, uchar* enc, int encCap) {
 
     // The closing interval runs up to the first edge one revolution later; it
     // only decides the length.
-    rawscan::VfoStep(vfo, static_cast<int>(static_cast<int64_t>(first) + rawLen - lastEdge));
-    const int64_t n = p - c0 + vfo.cells;
+    const auto close = sep.Step(static_cast<int>(static_cast<int64_t>(first) + rawLen - lastEdge));
+    const int64_t n = p - c0 + close.cells;
     if (n > p) return static_cast<int>(n);
     // The last transition was written past the end: repeat it inside the track.
     // Edges all a few samples apart round to no cells at all; an empty track

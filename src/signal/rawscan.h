@@ -117,23 +117,36 @@ inline int32_t WrapSub(int32_t a, int32_t b) {
     return static_cast<int32_t>(static_cast<uint32_t>(a) - static_cast<uint32_t>(b));
 }
 
+// The start values used by every scan of a track.
+inline VFOState VfoStart() {
+    VFOState v{};
+    v.gain = 6553;       // about 0.1 in 16.16
+    v.period = 0x80000;  // 8 samples a cell
+    v.bias = 45875;      // about 0.7, added before the centres are truncated
+    v.center2 = 16;
+    v.center3 = 24;
+    v.center4 = 32;
+    return v;
+}
+
 // One step of the cell clock; fixed-point arithmetic wraps at 32 bits.
 inline void VfoStep(VFOState& v, int d) {
     const int64_t dd = d;
     const int64_t w2 = v.center2, w3 = v.center3, w4 = v.center4;
-    int64_t count = -1;
-    if (dd <= w2 + 2) {
-        if (dd >= w2 - 2) count = 2;
-    } else if (dd <= w3 + 2) {
-        if (dd >= w3 - 2) count = 3;
-    } else if (dd <= w4 + 2) {
-        if (dd >= w4 - 2) count = 4;
-    }
-    if (count < 0) {
-        // The fixed divisor 8 and the tie rule (half-way rounds up only when not
-        // shorter than the previous interval) are part of the separator's timing.
-        count = dd < v.lastInterval ? (dd + 3) / 8 : (dd + 4) / 8;
-    }
+    // Written without branches: the band of each interval of a data field is as
+    // good as random and a mispredicted jump per edge would cost more than all
+    // of this.
+    const bool up2 = dd <= w2 + 2;
+    const bool up3 = !up2 && dd <= w3 + 2;
+    const bool up4 = !up2 && !up3 && dd <= w4 + 2;
+    const int64_t band = (up2 && dd >= w2 - 2)   ? 2
+                         : (up3 && dd >= w3 - 2) ? 3
+                         : (up4 && dd >= w4 - 2) ? 4
+                                                 : 0;
+    // Otherwise rounded: the fixed divisor 8 and the tie rule (half-way rounds up
+    // only when not shorter than the previous interval) are part of the timing.
+    const int64_t rounded = (dd + (dd < v.lastInterval ? 3 : 4)) / 8;
+    const int64_t count = band ? band : rounded;
     v.valid = (d >= 9 && d <= 39) ? 1 : 0;
     const int32_t c = static_cast<int32_t>(count);
     if (c > 63) {
@@ -174,5 +187,82 @@ inline void VfoStep(VFOState& v, int d) {
     v.center3 = WrapAdd(v.bias, WrapMul(3, v.period)) >> 16;
     v.center4 = WrapAdd(v.bias, WrapMul(4, v.period)) >> 16;
 }
+
+// The same loop for the scanners' inner loops: the state lives in plain
+// members the compiler can keep in registers, the band of short intervals comes
+// from a table rebuilt whenever the centres move, and the running totals, which
+// no scanner reads, are not kept. Step gives the cells and validity exactly as
+// VfoStep does.
+class Separator {
+public:
+    Separator() : v_(VfoStart()) { Rebuild(); }
+
+    struct Result {
+        int cells;
+        bool valid;
+    };
+
+    Result Step(int d) {
+        if (!tableOk_ || d < 0 || d >= kTable) {
+            VfoStep(v_, d);
+            if (v_.center2 != c2_ || v_.center3 != c3_ || v_.center4 != c4_) Rebuild();
+            return {v_.cells, v_.valid != 0};
+        }
+        const int b = band_[d];
+        const int count = b ? b : (d + 3 + (d >= v_.lastInterval ? 1 : 0)) >> 3;
+        const bool valid = d >= 9 && d <= 39;
+        if (count >= 1) v_.history = (v_.history << count) | 1u;
+        v_.lastInterval = d;
+        if (v_.history == 0x5555555555555555ull || v_.history == 0x1111111111111111ull)
+            Sync(d);
+        else
+            v_.locked = 0;
+        return {count, valid};
+    }
+
+private:
+    static constexpr int kTable = 64;
+
+    void Sync(int d) {
+        if (!v_.locked) {
+            v_.locked = 1;
+            return;
+        }
+        const int32_t error = v_.history == 0x5555555555555555ull
+                                  ? WrapSub(WrapMul(d, 65536), WrapMul(2, v_.period)) >> 1
+                                  : WrapSub(WrapMul(d, 65536), WrapMul(4, v_.period)) / 4;
+        if (error == 0) return;
+        v_.period = WrapAdd(v_.period, WrapMul(v_.gain, error) >> 16);
+        v_.center2 = WrapAdd(v_.bias, WrapMul(2, v_.period)) >> 16;
+        v_.center3 = WrapAdd(v_.bias, WrapMul(3, v_.period)) >> 16;
+        v_.center4 = WrapAdd(v_.bias, WrapMul(4, v_.period)) >> 16;
+        if (v_.center2 != c2_ || v_.center3 != c3_ || v_.center4 != c4_) Rebuild();
+    }
+
+    void Rebuild() {
+        c2_ = v_.center2;
+        c3_ = v_.center3;
+        c4_ = v_.center4;
+        const int64_t w2 = c2_, w3 = c3_, w4 = c4_;
+        // Only when every interval at or past the table's end is rounded.
+        tableOk_ = w2 + 2 < kTable && w3 + 2 < kTable && w4 + 2 < kTable;
+        for (int d = 0; d < kTable; d++) {
+            int b = 0;
+            if (d <= w2 + 2) {
+                if (d >= w2 - 2) b = 2;
+            } else if (d <= w3 + 2) {
+                if (d >= w3 - 2) b = 3;
+            } else if (d <= w4 + 2) {
+                if (d >= w4 - 2) b = 4;
+            }
+            band_[d] = static_cast<uint8_t>(b);
+        }
+    }
+
+    VFOState v_;
+    int32_t c2_ = 0, c3_ = 0, c4_ = 0;
+    bool tableOk_ = false;
+    uint8_t band_[kTable] = {};
+};
 
 }  // namespace rawscan
