@@ -143,30 +143,33 @@ int CollectCandidates(const uint8_t* cells, int len, const uint8_t* pattern, int
     return n;
 }
 
-// The first normal or deleted data mark within range cells from start, exactly
-// as two whole-range searches would report it (the deleted one wins when it is
-// not after the normal one). The range is searched in growing chunks aligned
-// to the same 32-cell groups, so a mark found early ends both searches.
+// The first normal or deleted data mark within range cells from start, as
+// two whole-pattern searches over the range would report it (the deleted one
+// wins when it is not after the normal one). Both patterns share all but their
+// last 8 cells, so one search for the shared part finds the earlier of the two
+// and a look at the last 8 cells tells which it is. Offsets are limited as a
+// whole-pattern search limits them: it tries every offset of each 32-cell group
+// whose first offset leaves room for the pattern, and at most one lap.
 // Returns the offset from start or -1; *deleted tells which mark was found.
-int FindDataMark(const uint8_t* cells, int len, int start, int range, const uint8_t* dam,
-                 const uint8_t* ddam, int bits, bool* deleted) {
+int FindDataMark(const CellStream& s, const uint8_t* cells, int len, int start, int range,
+                 const uint8_t* dam, const uint8_t* ddam, int bits, bool* deleted) {
     *deleted = false;
     if (range < bits) return -1;
-    const int last = range - bits;  // greatest group base offset searched
-    int width = 1024;
-    for (int cb = 0; cb <= last;) {
-        const int chunkLast = std::min(cb + width - 32, last);
-        const int rr = chunkLast - cb + bits;
-        const int n = BfFind(cells, len, start + cb, rr, dam, bits);
-        const int d = BfFind(cells, len, start + cb, rr, ddam, bits);
-        if (d >= 0 && (n < 0 || d <= n)) {
+    const int maxOff = std::min((range - bits) / 32 * 32 + 31, len - 1);
+    const int prefix = bits - 8;
+    const uint32_t damTail = dam[bits / 8 - 1];
+    const uint32_t ddamTail = ddam[bits / 8 - 1];
+    for (int cur = 0; cur <= maxOff;) {
+        const int r = BfFind(cells, len, start + cur, maxOff - cur + prefix, dam, prefix);
+        if (r < 0) return -1;
+        const int off = cur + r;
+        const uint32_t tail = s.Get(int64_t{start} + off + prefix, 8);
+        if (tail == damTail) return off;
+        if (tail == ddamTail) {
             *deleted = true;
-            return cb + d;
+            return off;
         }
-        if (n >= 0) return cb + n;
-        if (chunkLast >= last) break;
-        cb += width;
-        width = std::min(width * 2, 65536);
+        cur = off + 1;
     }
     return -1;
 }
@@ -312,7 +315,6 @@ void VTrack::DecodeIn(unsigned char* cells, int len, int (*marks)[2], int mfmMaj
         flags |= TRK_INDEX;
     }
 
-    std::vector<uint8_t> scratch;
     for (int k = 0; marks && marks[k][1] != 0; ++k) {
         const int pos = marks[k][0];
         const bool mfm = marks[k][1] == 1;
@@ -344,9 +346,9 @@ void VTrack::DecodeIn(unsigned char* cells, int len, int (*marks)[2], int mfmMaj
         const bool nextSame = marks[k + 1][1] != 0 && (marks[k + 1][1] == 1) == mfm;
         const int range = nextSame ? marks[k + 1][0] - idEnd : len - idEnd;
         bool deleted = false;
-        const int off = mfm ? FindDataMark(cells, len, idEnd, range, marks::Bf_DAM_MFM,
+        const int off = mfm ? FindDataMark(s, cells, len, idEnd, range, marks::Bf_DAM_MFM,
                                            marks::Bf_DDAM_MFM, marks::kMfmPatternBits, &deleted)
-                            : FindDataMark(cells, len, idEnd, range, marks::Bf_DAM_FM,
+                            : FindDataMark(s, cells, len, idEnd, range, marks::Bf_DAM_FM,
                                            marks::Bf_DDAM_FM, marks::kFmPatternBits, &deleted);
         if (off < 0) {
             sc->status |= SECT_NODAM;
@@ -361,19 +363,17 @@ void VTrack::DecodeIn(unsigned char* cells, int len, int (*marks)[2], int mfmMaj
             sc->dataCells = length * cpb;
             sc->length = length;
 
-            scratch.resize(static_cast<size_t>(length) + 2);
-            s.ReadBytes(sc->dataPos, length + 2, mfm, scratch.data());
+            std::unique_ptr<uint8_t[]> data(new uint8_t[static_cast<size_t>(length)]);
+            s.ReadBytes(sc->dataPos, length, mfm, data.get());
+            s.ReadBytes(int64_t{sc->dataPos} + int64_t{length} * cpb, 2, mfm, sc->dataCrc);
             const uint8_t mark = deleted ? 0xF8 : 0xFB;
             uint16_t crc = CrcUpdate(mfm ? kCrcAfterA1x3 : kCrcInit, mark);
-            crc = CrcUpdate(crc, scratch.data(), static_cast<size_t>(length));
-            sc->dataCrc[0] = scratch[static_cast<size_t>(length)];
-            sc->dataCrc[1] = scratch[static_cast<size_t>(length) + 1];
+            crc = CrcUpdate(crc, data.get(), static_cast<size_t>(length));
             if (crc != ((sc->dataCrc[0] << 8) | sc->dataCrc[1])) {
                 sc->status |= SECT_DATACRC;
                 flags |= TRK_DATACRC;
             }
-            sc->data = new uint8_t[static_cast<size_t>(length)];
-            std::memcpy(sc->data, scratch.data(), static_cast<size_t>(length));
+            sc->data = data.release();
         }
         flags |= mfm ? TRK_MFM : TRK_FM;
         AddSector(sc.release());

@@ -24,6 +24,7 @@ struct SectorSpec {
     uint8_t c = 0, h = 0, r = 1, n = 2;
     std::vector<uint8_t> data;  // written as the data field, whatever n says
     int gap2 = 22;
+    int padCells = 0;  // zero cells after GAP2, to move the data field off the byte grid
     int gap3 = 54;
     uint8_t idMark = 0xFE;
     bool badIdCrc = false;
@@ -112,6 +113,7 @@ public:
             const uint16_t crc = IdCrc(s);
             MfmBytes({static_cast<uint8_t>(crc >> 8), static_cast<uint8_t>(crc)});
             Mfm(0x4E, s.gap2);
+            for (int i = 0; i < s.padCells; ++i) Cell(0);
             if (s.noDam) {
                 Mfm(0x4E, s.gap3);
                 return p;
@@ -131,6 +133,7 @@ public:
             const uint16_t crc = IdCrc(s);
             FmBytes({static_cast<uint8_t>(crc >> 8), static_cast<uint8_t>(crc)});
             Fm(0xFF, s.gap2);
+            for (int i = 0; i < s.padCells; ++i) Cell(0);
             if (s.noDam) {
                 Fm(0xFF, s.gap3);
                 return p;

@@ -506,4 +506,54 @@ TEST(DecoderStream, RawTimeDeviationOfOneSector) {
     }
 }
 
+// A data mark pattern cut by the end of the stream: the search to the end of
+// the stream tries whole 32-cell groups of offsets, so the mark is still found
+// when its group starts early enough, and then read round the index.
+TEST(DecoderStream, DataMarkAcrossTheStreamEnd) {
+    for (bool mfm : {true, false}) {
+        const int bits = mfm ? 128 : 96;
+        std::vector<SectorSpec> specs;
+        for (int r = 1; r <= 4; ++r) {
+            specs.push_back(mfm ? Mfm(static_cast<uint8_t>(r), 1) : Fm(static_cast<uint8_t>(r), 0));
+        }
+        // Off the 32-cell grid of the search, so that a few cuts keep the mark.
+        specs[3].padCells = 16;
+        StreamBuilder b;
+        mfm ? b.MfmHeader() : b.FmHeader();
+        std::vector<Placed> placed;
+        for (const auto& sp : specs) placed.push_back(b.Sector(sp));
+        b.PadTo(kMfmCells, mfm);
+        const int patStart = placed[3].damPos - 64;
+        const int idEnd = placed[3].idPos + (mfm ? 160 : 224);
+        int found = 0;
+        for (int x = 1; x < bits; ++x) {
+            SCOPED_TRACE(::testing::Message() << (mfm ? "MFM" : "FM") << " cut " << x);
+            const int cut = patStart + x;
+            std::vector<uint8_t> cells = b.Rotated(cut);
+            VTrack t;
+            t.Decode(0, cells.data(), kMfmCells, 0);
+            auto v = List(t);
+            ASSERT_EQ(v.size(), 4u);
+            const int range = cut - idEnd;
+            const int off = patStart - idEnd;
+            const bool want = off / 32 * 32 <= range - bits;
+            const VSector& last = *v.back();
+            EXPECT_EQ(last.idR, 4);
+            if (want) {
+                ++found;
+                EXPECT_EQ(last.status, 0);
+                EXPECT_EQ(last.damPos, (placed[3].damPos - cut + kMfmCells) % kMfmCells);
+                ASSERT_EQ(last.length, static_cast<int>(specs[3].data.size()));
+                EXPECT_EQ(std::memcmp(last.data, specs[3].data.data(), specs[3].data.size()), 0);
+            } else {
+                EXPECT_EQ(last.status, SECT_NODAM);
+            }
+            t.Cleanup();
+        }
+        // Some cuts keep the mark and some lose it.
+        EXPECT_GT(found, 0);
+        EXPECT_LT(found, bits - 1);
+    }
+}
+
 }  // namespace
