@@ -158,7 +158,7 @@ TEST(Raw2Encode, ConstantTracks) {
     std::vector<uchar> zeros(100, 0);
     EXPECT_EQ(Raw2Encode(zeros.data(), 800, enc.data(), 512), 100);
     EXPECT_TRUE(SetBits(enc, 512).empty());
-    std::vector<uchar> ones(100, 0xFF);
+    std::vector<uchar> ones(101, 0xFF);
     EXPECT_EQ(Raw2Encode(ones.data(), 803, enc.data(), 512), 100);
     EXPECT_EQ(Raw2Encode(ones.data(), 0, enc.data(), 512), 0);
     // Edges only two samples apart fold into an empty track: defined, no bit set.
