@@ -31,7 +31,7 @@ inline uint64_t Get64(const uchar* buf, int len, int p) {
 // still possible: table k looks at the byte holding pattern bits 8k - s .. 8k + 7 - s.
 class PatternMatcher {
 public:
-    PatternMatcher(const uchar* pattern, int patLen) : patLen_(patLen) {
+    PatternMatcher(const uchar* pattern, int patLen) {
         const int nbytes = (patLen + 7) / 8;
         const int nwords = (patLen + 63) / 64;
         words_.assign(static_cast<size_t>(nwords), 0);
@@ -84,7 +84,6 @@ public:
 private:
     int PatBit(int j) const { return static_cast<int>((words_[j / 64] >> (63 - j % 64)) & 1); }
 
-    int patLen_;
     std::vector<uint64_t> words_;
     uint64_t lastMask_;
     uint8_t table_[3][256] = {};
