@@ -1,6 +1,7 @@
-#include <cstdio>
+#include <cstdlib>
 
-int main() {
-    std::fputs("zebscan: not built yet\n", stderr);
-    return 2;
+#include "driver/scan_run.h"
+
+int main(int argc, char* argv[]) {
+    std::exit(RunScan(argc, argv));
 }
