@@ -331,7 +331,9 @@ void VTrack::Decode(int raw, unsigned char* buf, int len, int mode) {
 }
 
 void VTrack::DecodeIn(unsigned char* cells, int len, int (*marks)[2], int mfmMajor, int mode) {
-    if (!cells || len <= 0) return;
+    // Far beyond any track; keeps every position sum below the int range.
+    constexpr int kMaxCells = 1 << 28;
+    if (!cells || len <= 0 || len > kMaxCells) return;
     const CellStream s(cells, len);
     const int majorCpb = mfmMajor ? kMfmCpb : kFmCpb;
     const int majorSync = mfmMajor ? kMfmSync : kFmSync;
@@ -346,6 +348,8 @@ void VTrack::DecodeIn(unsigned char* cells, int len, int (*marks)[2], int mfmMaj
 
     for (int k = 0; marks && marks[k][1] != 0; ++k) {
         const int pos = marks[k][0];
+        // Marks come from a search of this stream; anything else is not a mark.
+        if (pos < 0 || pos >= len + kMarkOffset) continue;
         const bool mfm = marks[k][1] == 1;
         const int cpb = mfm ? kMfmCpb : kFmCpb;
         auto sc = std::make_unique<VSector>();
@@ -373,7 +377,8 @@ void VTrack::DecodeIn(unsigned char* cells, int len, int (*marks)[2], int mfmMaj
         // Data mark: up to the next ID mark of the same density, else to the end.
         const int idEnd = pos + (mfm ? kMfmIdCells : kFmIdCells);
         const bool nextSame = marks[k + 1][1] != 0 && (marks[k + 1][1] == 1) == mfm;
-        const int range = nextSame ? marks[k + 1][0] - idEnd : len - idEnd;
+        const int64_t to = nextSame ? int64_t{marks[k + 1][0]} : int64_t{len};
+        const int range = static_cast<int>(std::clamp<int64_t>(to - idEnd, -1, len));
         bool deleted = false;
         const int off = mfm ? FindDataMark(s, cells, len, idEnd, range, marks::Bf_DAM_MFM,
                                            marks::Bf_DDAM_MFM, marks::kMfmPatternBits, &deleted)

@@ -556,4 +556,36 @@ TEST(DecoderStream, DataMarkAcrossTheStreamEnd) {
     }
 }
 
+// DecodeIn on its own: an empty mark list leaves only the index mark's
+// measure; entries that cannot be marks of the stream are passed over.
+TEST(DecoderStream, DecodeInWithoutAndWithBadMarks) {
+    for (bool mfm : {true, false}) {
+        SCOPED_TRACE(mfm ? "MFM" : "FM");
+        Built b = Build({}, mfm, 50000);
+        VTrack t;
+        int none[1][2] = {{0, 0}};
+        t.DecodeIn(b.cells.data(), b.len, none, mfm ? 1 : 0, 0);
+        EXPECT_EQ(t.flags, TRK_INDEX);
+        EXPECT_EQ(t.SectorCount(), 0);
+        EXPECT_EQ(t.iamPos, 1472);  // both headers put the index mark at byte 92 or 46
+        EXPECT_EQ(t.gap4a, mfm ? 80 : 34);
+        t.Cleanup();
+    }
+    std::vector<SectorSpec> specs = {Mfm(1, 1), Mfm(2, 1)};
+    Built b = Build(specs, true, 50000);
+    int list[][2] = {{-5, 1},          {b.placed[0].idPos, 1},
+                     {b.len + 500, 1}, {b.placed[1].idPos, 1},
+                     {2147483000, 2},  {0, 0}};
+    VTrack t;
+    t.DecodeIn(b.cells.data(), b.len, list, 1, 0);
+    auto v = List(t);
+    ASSERT_EQ(v.size(), 2u);
+    EXPECT_EQ(v[0]->idR, 1);
+    EXPECT_EQ(v[1]->idR, 2);
+    // The bogus entry after sector 1 only widens its data mark search.
+    EXPECT_EQ(v[0]->status, 0);
+    EXPECT_EQ(v[1]->status, 0);
+    t.Cleanup();
+}
+
 }  // namespace
