@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "driver/scan_report.h"
+#include "track/vsector.h"
 #include "track/vtrack.h"
 
 namespace {
@@ -51,7 +52,13 @@ void TrackLine(std::string& out, const TrackFacts& t) {
     };
     if (t.density != Density::kUnformatted && !(t.flags & TRK_INDEX)) note("no index mark");
     if (t.flags & TRK_OVERLAP) note("overlapping sectors");
-    if (t.flags & TRK_CROSS_INDEX) note("sector crosses the index");
+    // The decoder's own flag also counts ID fields without data (their end is 0).
+    for (const auto& s : t.sectors) {
+        if (!(s.status & SECT_NODAM) && s.idPos > s.endPos) {
+            note("sector crosses the index");
+            break;
+        }
+    }
     if (t.flags & TRK_MORE_DAM) note("more data marks than IDs");
     if (!notes.empty()) out += "  [" + notes + ']';
     out += '\n';
@@ -73,7 +80,21 @@ std::string ScanText(const ScanReport& rep) {
     Append(out, "Analyze mode       : %s\n\n", rep.mode ? "MB8877" : "uPD765");
 
     out += "Track Density     Sec  Usual IDs : Sectors in track order\n";
-    for (const auto& t : rep.tracks) TrackLine(out, t);
+    // Runs of blank tracks (a disk's unused cylinders) take one line.
+    const auto& tracks = rep.tracks;
+    for (size_t i = 0; i < tracks.size();) {
+        size_t j = i;
+        while (j + 1 < tracks.size() && tracks[i].density == Density::kUnformatted &&
+               tracks[j + 1].density == Density::kUnformatted)
+            ++j;
+        if (j == i) {
+            TrackLine(out, tracks[i]);
+        } else {
+            Append(out, "%2d.%d .. %d.%d  unformatted (%d tracks)\n", tracks[i].cylinder,
+                   tracks[i].head, tracks[j].cylinder, tracks[j].head, static_cast<int>(j - i + 1));
+        }
+        i = j + 1;
+    }
     out +=
         "Flags: i ID CRC error, d data CRC error, m no data mark, x deleted,\n"
         "       f FM sector on a mixed track, t timing deviation\n\n";
