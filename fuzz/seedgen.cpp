@@ -1,0 +1,245 @@
+// zebfuzz_seeds: writes the seed corpora of the fuzz targets, small valid files
+// of every format made by the library's own writers.
+//
+//   zebfuzz_seeds OUTDIR
+//
+// creates OUTDIR/<target>/ for every target and fills it. Inputs of targets
+// that take a parameter byte start with it (see fuzz_entries.h).
+#include <sys/stat.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "fileio/fieldio.h"
+#include "fuzz_entries.h"
+#include "vdisk/imagecommon.h"
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+std::string outDir;
+
+Bytes Slurp(const Filepath& p) {
+    Bytes out;
+    FILE* f = std::fopen(p.GetPath(), "rb");
+    if (!f) return out;
+    uint8_t buf[65536];
+    size_t n;
+    while ((n = std::fread(buf, 1, sizeof(buf), f)) > 0) out.insert(out.end(), buf, buf + n);
+    std::fclose(f);
+    return out;
+}
+
+void Put(const char* target, const std::string& name, const Bytes& data, int prefix = -1) {
+    const std::string dir = outDir + "/" + target;
+    mkdir(dir.c_str(), 0777);
+    FILE* f = std::fopen((dir + "/" + name).c_str(), "wb");
+    if (!f) {
+        std::perror(dir.c_str());
+        std::exit(1);
+    }
+    if (prefix >= 0) std::fputc(prefix, f);
+    std::fwrite(data.data(), 1, data.size(), f);
+    std::fclose(f);
+}
+
+Bytes Pattern(int seed, int len) {
+    Bytes d(static_cast<size_t>(len));
+    uint32_t x = static_cast<uint32_t>(seed * 2654435761u + 1);
+    for (auto& b : d) {
+        x ^= x << 13;
+        x ^= x >> 17;
+        x ^= x << 5;
+        b = static_cast<uint8_t>(x);
+    }
+    return d;
+}
+
+// Track c/h: MFM sectors of size code n, or FM when mfm is 0; one deleted
+// sector and one with a data CRC error so the status codes are exercised.
+void AddTrack(VDisk& v, int c, int h, int mfm, int count, int n) {
+    VTrack* t = v.NewTrack(c, h);
+    const int len = 128 << n;
+    for (int r = 1; r <= count; r++) {
+        const Bytes data = Pattern(c * 64 + h * 32 + r, len);
+        const int status = r == 2 ? SECT_DELETED : (r == 3 ? SECT_DATACRC : 0);
+        t->AddSector(
+            MakeSector(mfm, c, h, r, n, data.data(), len, mfm ? 22 : 11, mfm ? 84 : 27, status));
+    }
+}
+
+// A two-cylinder disk (the formats keep tables for more; the rest stay empty).
+void BuildSmall(VDisk& v, int type) {
+    v.Init(type, 2, 2);
+    std::snprintf(v.name, sizeof(v.name), "FUZZ SEED");
+    for (int c = 0; c < 2; c++)
+        for (int h = 0; h < 2; h++)
+            AddTrack(v, c, h, !(c == 0 && h == 0), type == VDISK_2HD ? 8 : 5, 2);
+}
+
+Bytes ExportVDisk(VDisk& v, const char* ext) {
+    zebfuzz::TempFile f(ext);
+    if (!v.Export(f.Path())) return {};
+    return Slurp(f.Path());
+}
+
+// A ZEB file of cylinders x heads blocks written by Save.
+Bytes SaveZeb(ZEBDisk& d, int cylinders, int heads) {
+    d.SetHeaderInt(zebhdr::kCylinders, cylinders);
+    d.SetHeaderInt(zebhdr::kHeads, heads);
+    zebfuzz::TempFile f(".ZEB");
+    if (!d.Save(f.Path(), 1)) return {};
+    return Slurp(f.Path());
+}
+
+// The older layouts, built from a version 3 file: version 2 counts the record
+// fields in bytes, version 1 keeps the data first and one length in the header.
+Bytes Downgrade(const Bytes& v3, int version) {
+    Bytes out = v3;
+    if (out.size() < zebhdr::kSize) return {};
+    FieldReader r(v3.data(), v3.size());
+    FieldWriter w(out.data(), out.size());
+    const int block = r.I32(zebhdr::kBlockSize);
+    w.U8(zebhdr::kVersion, static_cast<uint32_t>(version));
+    w.I32(zebhdr::kRate, r.I32(zebhdr::kRate) / 2);
+    for (size_t off = zebhdr::kSize; block > 16 && off + static_cast<size_t>(block) <= out.size();
+         off += static_cast<size_t>(block)) {
+        const int bits = r.I32(off + zebrec::kBitLength);
+        if (version == 2) {
+            w.I32(off + zebrec::kBitLength, bits / 8);
+        } else {
+            w.I32(zebhdr::kTrackLenV1, bits / 8);
+            // data first, then 16 spare bytes
+            std::vector<uint8_t> blk(v3.begin() + static_cast<long>(off) + 16,
+                                     v3.begin() + static_cast<long>(off) + block);
+            blk.resize(static_cast<size_t>(block), 0);
+            std::copy(blk.begin(), blk.end(), out.begin() + static_cast<long>(off));
+        }
+    }
+    return out;
+}
+
+void SectorSeeds() {
+    VDisk v2hd, v2dd, v2d;
+    BuildSmall(v2hd, VDISK_2HD);
+    BuildSmall(v2dd, VDISK_2DD);
+    BuildSmall(v2d, VDISK_2D);
+
+    int i = 0;
+    for (VDisk* v : {&v2hd, &v2dd, &v2d}) {
+        const std::string tag = std::to_string(i);
+        Put("d68_import", "d88-" + tag, ExportVDisk(*v, ".D88"), 0x00);
+        Put("fdd_import", "fdd-" + tag, ExportVDisk(*v, ".FDD"));
+        Put("nfd_import", "nfd-" + tag, ExportVDisk(*v, ".NFD"));
+        i++;
+    }
+    // Two disks in one D68 file, read as the second (disk number 2).
+    Bytes two = ExportVDisk(v2hd, ".D88");
+    const Bytes second = ExportVDisk(v2dd, ".D88");
+    two.insert(two.end(), second.begin(), second.end());
+    Put("d68_import", "d88-two", two, 0x01);
+
+    // FDI wants every track alike, DIM also at least 77 cylinders.
+    VDisk u;
+    u.Init(VDISK_2HD, 2, 2);
+    for (int c = 0; c < 2; c++)
+        for (int h = 0; h < 2; h++) AddTrack(u, c, h, 1, 8, 3);
+    Put("fdi_import", "fdi-2hd", ExportVDisk(u, ".FDI"));
+    Put("convert", "fdi", ExportVDisk(u, ".FDI"), 4);
+    VDisk dim;
+    dim.Init(VDISK_2HD, 77, 2);
+    for (int c = 0; c < 77; c++)
+        for (int h = 0; h < 2; h++) AddTrack(dim, c, h, 1, 8, 3);
+    Put("dim_import", "dim-2hd", ExportVDisk(dim, ".DIM"));
+
+    // The smallest plain image (40 cylinders of 9 x 512), whole and cut to the
+    // size its table row names.
+    VDisk p;
+    p.Init(VDISK_2D, 40, 2);
+    for (int c = 0; c < 40; c++)
+        for (int h = 0; h < 2; h++) AddTrack(p, c, h, 1, 9, 2);
+    const Bytes plain = ExportVDisk(p, ".2D");
+    Put("plain_import", "2d", plain);
+    if (plain.size() > 36840)
+        Put("plain_import", "2d-cut", Bytes(plain.begin(), plain.begin() + 36840));
+
+    // The whole conversion starts from the smaller files of every input format.
+    Put("convert", "d88", ExportVDisk(v2dd, ".D88"), 2);
+    Put("convert", "fdd", ExportVDisk(v2d, ".FDD"), 5 | 8);
+    Put("convert", "nfd", ExportVDisk(v2hd, ".NFD"), 6);
+}
+
+void TrackSeeds() {
+    VDisk v;
+    BuildSmall(v, VDISK_2DD);
+    const int cells = 100000;
+    int k = 0;
+    for (int h = 0; h < 2; h++) {
+        VTrack* t = v.Track(0, h);
+        Bytes enc(cells / 8);
+        t->Encode(0, enc.data(), cells);
+        Put("track_decode", "cells-" + std::to_string(h), enc, 0x00);
+        Put("track_decode", "cells-mb-" + std::to_string(h), enc, 0x02);
+        // A short stream cut off mid-byte.
+        Put("track_decode", "cells-cut-" + std::to_string(h),
+            Bytes(enc.begin(), enc.begin() + 3000), 0x0C);
+
+        Bytes raw(static_cast<size_t>(cells));
+        t->Encode(1, raw.data(), cells * 8);
+        Put("track_decode", "raw-" + std::to_string(h), raw, 0x01);
+        Put("signal_raw", "raw-" + std::to_string(h), Bytes(raw.begin(), raw.begin() + 20000),
+            k++ & 0x60);
+        Put("signal_raw", "raw-wrap-" + std::to_string(h), Bytes(raw.begin(), raw.begin() + 4000),
+            0x64);
+    }
+    Put("signal_raw", "noise", Pattern(7, 4096), 0x10);
+}
+
+void TrackLevelSeeds() {
+    VDisk v;
+    BuildSmall(v, VDISK_2DD);
+    zebfuzz::TempFile d88(".D88");
+    if (!v.Export(d88.Path())) return;
+
+    ZEBDisk enc;
+    if (!enc.Import(d88.Path(), 1)) return;
+    {
+        zebfuzz::TempFile hfe(".HFE");
+        enc.SetHeaderInt(zebhdr::kCylinders, 2);
+        if (enc.ExportHFE(hfe.Path())) {
+            Put("hfe_import", "2dd", Slurp(hfe.Path()));
+            Put("convert", "hfe", Slurp(hfe.Path()), 1);
+        }
+    }
+    const Bytes v3 = SaveZeb(enc, 2, 2);
+    Put("zeb_load", "v3", v3, 0);
+    Put("zeb_load", "v2", Downgrade(v3, 2), 0);
+    Put("zeb_load", "v1", Downgrade(v3, 1), 0);
+    Put("convert", "zeb", v3, 0);
+
+    // Raw form: one block is already 100 KB, so one cylinder of one head.
+    ZEBDisk raw;
+    if (!raw.Import(d88.Path(), 1) || !raw.ConvertRaw()) return;
+    const Bytes r3 = SaveZeb(raw, 1, 1);
+    Put("zeb_load", "raw-v3", r3, 0);
+    Put("zeb_load", "raw-v3-align", r3, 1);
+    Put("convert", "zeb-raw", r3, 0);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc != 2) {
+        std::fprintf(stderr, "usage: %s OUTDIR\n", argv[0]);
+        return 2;
+    }
+    outDir = argv[1];
+    mkdir(outDir.c_str(), 0777);
+    SectorSeeds();
+    TrackSeeds();
+    TrackLevelSeeds();
+    return 0;
+}
