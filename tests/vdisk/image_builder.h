@@ -1,0 +1,136 @@
+// Test images built from code: disks sector by sector, crafted file bytes, and
+// scratch files.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include "fileio/fieldio.h"
+#include "vdisk/vdisk.h"
+
+namespace vdt {
+
+using Bytes = std::vector<uint8_t>;
+
+inline std::string Scratch(const std::string& name) {
+    return std::string(ZEBKIT_TESTDATA_DIR) + "/" + name;
+}
+inline Filepath PathOf(const std::string& full) {
+    Filepath p;
+    p.SetPath(full.c_str());
+    return p;
+}
+// A fresh scratch file holding b; returns its full path.
+inline std::string Put(const std::string& name, const Bytes& b) {
+    const std::string full = Scratch(name);
+    std::remove(full.c_str());
+    std::ofstream(full, std::ios::binary)
+        .write(reinterpret_cast<const char*>(b.data()), static_cast<std::streamsize>(b.size()));
+    return full;
+}
+inline FieldWriter W(Bytes& b) {
+    return FieldWriter(b.data(), b.size());
+}
+
+inline Bytes Pattern(int len, unsigned seed) {
+    Bytes d(static_cast<size_t>(len));
+    for (size_t i = 0; i < d.size(); i++)
+        d[i] = static_cast<uint8_t>(seed * 37 + i * 13 + (i >> 8));
+    return d;
+}
+
+// A sector with the gaps its readers give back, data 128 << n bytes unless len is given.
+inline VSector* Sec(int mfm, int c, int h, int r, int n, int status = 0, int len = -1) {
+    auto* s = new VSector();
+    s->mfm = mfm;
+    s->idC = static_cast<uint8_t>(c), s->idH = static_cast<uint8_t>(h);
+    s->idR = static_cast<uint8_t>(r), s->idN = static_cast<uint8_t>(n);
+    s->gap2 = mfm ? 22 : 11;
+    s->gap3 = (mfm ? Gap3MFM : Gap3FM)[n < 3 ? n : 3];
+    s->status = static_cast<uint8_t>(status);
+    const Bytes d = Pattern(len < 0 ? 128 << n : len, static_cast<unsigned>(c * 999 + h * 99 + r));
+    s->SetData(d.data(), static_cast<int>(d.size()));
+    return s;
+}
+
+// Both heads of cylinders [0, cyls): count MFM sectors R = 1..count of size code n.
+inline void Uniform(VDisk& d, int type, int cyls, int count, int n) {
+    d.Init(type, cyls, 2);
+    for (int c = 0; c < cyls; c++)
+        for (int h = 0; h < 2; h++)
+            for (int r = 1; r <= count; r++) d.Track(c, h)->AddSector(Sec(1, c, h, r, n));
+}
+
+// FM and MFM, 128 to 1,024 bytes, deleted marks, uniform data, a 16 KiB sector
+// with foreign IDs and an absent last head-1 track.
+inline void Mixed(VDisk& d, int cyls) {
+    d.Init(VDISK_2HD, cyls, 2);
+    for (int c = 0; c < cyls; c++)
+        for (int h = 0; h < 2; h++)
+            for (int r = 1; r <= 4; r++) {
+                VSector* s =
+                    Sec(c % 3 || r == 1, c, h, r, (c + h + r) % 4, r == 3 ? SECT_DELETED : 0);
+                if (r == 2) std::memset(s->data, c, static_cast<size_t>(s->length));
+                d.Track(c, h)->AddSector(s);
+            }
+    d.Track(0, 0)->AddSector(Sec(1, 0x45, 0x67, 0xF7, 7));
+    d.tracks[cyls - 1][1].reset();
+}
+
+// Exports to a fresh scratch file; returns the file's bytes, and whether it exists.
+inline Bytes Written(VDisk& d, const std::string& name, bool* exists = nullptr) {
+    const std::string f = Scratch(name);
+    std::remove(f.c_str());
+    const int r = d.Export(PathOf(f));
+    if (exists) *exists = access(f.c_str(), F_OK) == 0;
+    EXPECT_EQ(r, access(f.c_str(), F_OK) == 0) << "a refused export must leave no file";
+    std::ifstream in(f, std::ios::binary);
+    return Bytes(std::istreambuf_iterator<char>(in), {});
+}
+
+// A DIM file of a media byte with the listed tracks present and no comment.
+inline Bytes DimImage(int media, std::vector<int> present) {
+    Bytes b(256, 0);
+    b[0] = static_cast<uint8_t>(media);
+    for (int t : present) b[1 + static_cast<size_t>(t)] = 1;
+    W(b).Bytes(0xAB, "DIFC HEADER  ", 14);
+    const int count[18] = {8, 9, 15, 9, 0, 0, 0, 0, 0, 18, 0, 0, 0, 0, 0, 0, 0, 26};
+    const int n[18] = {3, 3, 2, 3, 0, 0, 0, 0, 0, 2, 0, 0, 0, 0, 0, 0, 0, 1};
+    for (int t : present) {
+        const Bytes d = Pattern(count[media] << (7 + (media == 17 && !t ? 0 : n[media])), t);
+        b.insert(b.end(), d.begin(), d.end());
+    }
+    return b;
+}
+
+// The sector list of track t (cylinder t / 2, head t % 2); null for an absent track.
+inline const VSector* Sectors(const VDisk& d, int t) {
+    const VTrack* trk = d.Track(t / 2, t % 2);
+    return trk ? trk->sectors : nullptr;
+}
+
+// The first sector difference between two disks, or "" (a null slot is an empty track).
+inline std::string Diff(const VDisk& a, const VDisk& b) {
+    for (int t = 0; t < 2 * VDisk::kMaxCylinders; t++) {
+        const VSector *x = Sectors(a, t), *y = Sectors(b, t);
+        for (; x && y; x = x->next, y = y->next)
+            if (!x->mfm != !y->mfm || x->idC != y->idC || x->idH != y->idH || x->idR != y->idR ||
+                x->idN != y->idN || x->gap2 != y->gap2 || x->gap3 != y->gap3 ||
+                x->status != y->status || x->length != y->length ||
+                std::memcmp(x->data, y->data, static_cast<size_t>(x->length)) != 0)
+                return "track " + std::to_string(t) + " R " + std::to_string(x->idR);
+        if (x || y) return "track " + std::to_string(t) + " sector count";
+    }
+    return "";
+}
+
+}  // namespace vdt
