@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
+#include <ostream>
 #include <random>
 #include <string>
 #include <vector>
@@ -70,6 +71,10 @@ struct Plain {
     int type;  // ZEB disk type
     int rpm;
 };
+
+void PrintTo(const Plain& p, std::ostream* os) {
+    *os << p.ext;
+}
 
 // Every size a plain image is recognised by and can be written back at.
 const Plain kPlains[] = {
