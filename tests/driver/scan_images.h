@@ -57,22 +57,22 @@ inline SectorSpec Spec(bool mfm, int r, int n) {
 }
 
 // Lays the sectors down after an index mark (unless noIndex) and pads to cells.
-inline std::vector<uint8_t> Stream(int c, int h, std::vector<SectorSpec> specs, int cells,
-                                   bool noIndex = false,
-                                   std::vector<dectest::Placed>* placed = nullptr) {
+inline dectest::StreamBuilder Stream(int c, int h, std::vector<SectorSpec> specs, int cells,
+                                     bool noIndex = false,
+                                     std::vector<dectest::Placed>* placed = nullptr) {
     dectest::StreamBuilder b;
     size_t mfmCount = 0;
     for (const auto& s : specs) mfmCount += s.mfm ? 1 : 0;
     const bool mfm = mfmCount * 2 >= specs.size();
     if (!noIndex) mfm ? b.MfmHeader() : b.FmHeader();
     for (auto& s : specs) {
-        if (s.c == 0) s.c = static_cast<uint8_t>(c);
+        s.c = s.c ? s.c : static_cast<uint8_t>(c);
         s.h = static_cast<uint8_t>(h);
-        auto p = b.Sector(s);
+        const dectest::Placed p = b.Sector(s);
         if (placed) placed->push_back(p);
     }
     b.PadTo(cells, mfm);
-    return b.Bytes();
+    return b;
 }
 
 inline void PutTrack(ZEBDisk& d, int c, int h, const std::vector<uint8_t>& bytes, int bits) {
@@ -109,27 +109,19 @@ inline void BuildDefectDisk(ZEBDisk& d) {
     t10[3].noDam = true;
     t10[4].deleted = true;
     t10[5].c = 7;
-    PutTrack(d, 1, 0, Stream(1, 0, t10, kCells), kCells);
+    PutTrack(d, 1, 0, Stream(1, 0, t10, kCells).Bytes(), kCells);
 
-    std::vector<SectorSpec> t11;
-    for (int r = 1; r <= 9; ++r) t11.push_back(Spec(false, r, 0));
-    t11[2].deleted = true;
-    PutTrack(d, 1, 1, Stream(1, 1, t11, kCells), kCells);
-
-    std::vector<SectorSpec> t20{Spec(false, 1, 0)};
-    for (int r = 2; r <= 9; ++r) t20.push_back(Spec(true, r, 1));
-    PutTrack(d, 2, 0, Stream(2, 0, t20, kCells), kCells);
-
-    std::vector<SectorSpec> t21;
-    for (int r = 1; r <= 9; ++r) t21.push_back(Spec(true, r, 1));
-    std::vector<dectest::Placed> at;
-    dectest::StreamBuilder b;
-    for (auto& s : t21) {
-        s.c = 2;
-        s.h = 1;
-        at.push_back(b.Sector(s));
+    std::vector<SectorSpec> t11, t20{Spec(false, 1, 0)}, t21;
+    for (int r = 1; r <= 9; ++r) {
+        t11.push_back(Spec(false, r, 0));
+        if (r > 1) t20.push_back(Spec(true, r, 1));
+        t21.push_back(Spec(true, r, 1));
     }
-    b.PadTo(kCells, true);
+    t11[2].deleted = true;
+    PutTrack(d, 1, 1, Stream(1, 1, t11, kCells).Bytes(), kCells);
+    PutTrack(d, 2, 0, Stream(2, 0, t20, kCells).Bytes(), kCells);
+    std::vector<dectest::Placed> at;
+    const auto b = Stream(2, 1, t21, kCells, true, &at);
     PutTrack(d, 2, 1, b.Rotated(at[0].damPos + 1000), kCells);
 }
 

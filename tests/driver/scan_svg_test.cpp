@@ -16,8 +16,7 @@ using namespace scantest;
 
 namespace {
 
-constexpr uint32_t kGreen = 0x2ca02c, kBlue = 0x1f77b4, kRed = 0xd62728, kOrange = 0xff7f0e,
-                   kGrey = 0x7f7f7f;
+constexpr uint32_t kGreen = 0x2ca02c, kBlue = 0x1f77b4, kRed = 0xd62728, kOrange = 0xff7f0e;
 
 // Sectors of the defect disk that are not good, by cylinder, head and R.
 uint32_t WantColour(int c, int h, int r) {
@@ -114,33 +113,16 @@ bool DecodePng(const std::string& png, Image* img) {
         const uint8_t filter = raw[y * (stride + 1)];
         const uint8_t* in = &raw[y * (stride + 1) + 1];
         uint8_t* out = &img->pixels[y * stride];
-        const uint8_t* up = y ? out - stride : nullptr;
+        if (filter > 4) return false;
         for (size_t i = 0; i < stride; ++i) {
-            const int a = i >= bpp ? out[i - bpp] : 0, b = up ? up[i] : 0,
-                      c = up && i >= bpp ? up[i - bpp] : 0;
-            int pred = 0;
-            switch (filter) {
-                case 0:
-                    break;
-                case 1:
-                    pred = a;
-                    break;
-                case 2:
-                    pred = b;
-                    break;
-                case 3:
-                    pred = (a + b) / 2;
-                    break;
-                case 4: {
-                    const int p = a + b - c, pa = std::abs(p - a), pb = std::abs(p - b),
-                              pc = std::abs(p - c);
-                    pred = pa <= pb && pa <= pc ? a : pb <= pc ? b : c;
-                    break;
-                }
-                default:
-                    return false;
-            }
-            out[i] = static_cast<uint8_t>(in[i] + pred);
+            const int a = i >= bpp ? out[i - bpp] : 0, b = y ? out[i - stride] : 0,
+                      c = y && i >= bpp ? out[i - stride - bpp] : 0, p = a + b - c;
+            const int paeth =
+                std::abs(p - a) <= std::abs(p - b) && std::abs(p - a) <= std::abs(p - c) ? a
+                : std::abs(p - b) <= std::abs(p - c)                                     ? b
+                                                                                         : c;
+            const int pred[5] = {0, a, b, (a + b) / 2, paeth};
+            out[i] = static_cast<uint8_t>(in[i] + pred[filter]);
         }
     }
     return true;
@@ -208,13 +190,6 @@ TEST(ScanSvg, BrowserDrawsEachSectorInItsColour) {
                 << t.cylinder << "." << t.head << " R" << t.sectors[i].r << " got " << std::hex
                 << got;
             ++checked;
-        }
-        if (t.density == Density::kUnformatted) {
-            MapPoint c;
-            double rIn, rOut;
-            map.Ring(t, &c, &rIn, &rOut);
-            EXPECT_TRUE(Near(
-                img.At(static_cast<int>(c.x + (rIn + rOut) / 2), static_cast<int>(c.y)), kGrey));
         }
     }
     EXPECT_EQ(checked, 44);
