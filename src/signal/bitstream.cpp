@@ -2,7 +2,8 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <vector>
+
+#include "signal/bfpattern.h"
 
 namespace {
 
@@ -24,99 +25,6 @@ inline uint64_t Get64(const uchar* buf, int len, int p) {
     }
     const int q = BfFold(static_cast<int64_t>(p) + 32, len);
     return (static_cast<uint64_t>(BfGetLong(buf, len, p)) << 32) | BfGetLong(buf, len, q);
-}
-
-// Pattern prefilter and verifier. Tables k = 0..2 say, for a stream byte, which
-// bit shifts s (0..7) of a candidate starting at bit s of the byte before it are
-// still possible: table k looks at the byte holding pattern bits 8k - s .. 8k + 7 - s.
-class PatternMatcher {
-public:
-    PatternMatcher(const uchar* pattern, int patLen) {
-        const int nbytes = (patLen + 7) / 8;
-        const int nwords = (patLen + 63) / 64;
-        words_.assign(static_cast<size_t>(nwords), 0);
-        for (int i = 0; i < nbytes; i++) {
-            uint8_t v = pattern[i];
-            if (i == nbytes - 1 && (patLen & 7))
-                v = static_cast<uint8_t>(v & (0xFF00 >> (patLen & 7)));
-            words_[static_cast<size_t>(i / 8)] |= static_cast<uint64_t>(v) << (56 - 8 * (i % 8));
-        }
-        lastMask_ = (patLen & 63) ? ~(~uint64_t{0} >> (patLen & 63)) : ~uint64_t{0};
-
-        for (int k = 0; k < 3; k++) {
-            for (int s = 0; s < 8; s++) {
-                unsigned mask = 0, value = 0;
-                for (int m = 0; m < 8; m++) {
-                    const int j = 8 * k + m - s;
-                    if (j < 0 || j >= patLen) continue;
-                    const unsigned bit = 0x80u >> m;
-                    mask |= bit;
-                    if (PatBit(j)) value |= bit;
-                }
-                const unsigned free = ~mask & 0xFFu;
-                for (unsigned f = free;; f = (f - 1) & free) {
-                    table_[k][value | f] = static_cast<uint8_t>(table_[k][value | f] | (1u << s));
-                    if (f == 0) break;
-                }
-            }
-        }
-    }
-
-    // Shifts s still possible for candidates at bits 8i + s of a stream whose
-    // bytes i, i + 1, i + 2 are b0, b1, b2.
-    uint8_t Filter(uint8_t b0, uint8_t b1, uint8_t b2) const {
-        return static_cast<uint8_t>(table_[0][b0] & table_[1][b1] & table_[2][b2]);
-    }
-
-    // Whether the pattern matches the circular stream at folded position a.
-    bool Matches(const uchar* buf, int len, int a) const {
-        int64_t p = a;
-        const size_t n = words_.size();
-        for (size_t t = 0; t < n; t++) {
-            const uint64_t mask = (t + 1 == n) ? lastMask_ : ~uint64_t{0};
-            if ((Get64(buf, len, static_cast<int>(p)) & mask) != words_[t]) return false;
-            p += 64;
-            if (p >= len) p %= len;
-        }
-        return true;
-    }
-
-private:
-    int PatBit(int j) const { return static_cast<int>((words_[j / 64] >> (63 - j % 64)) & 1); }
-
-    std::vector<uint64_t> words_;
-    uint64_t lastMask_;
-    uint8_t table_[3][256] = {};
-};
-
-// First match among the folded positions [a0, a1) in increasing order, or -1.
-int FindInSpan(const uchar* buf, int len, int a0, int a1, const PatternMatcher& pm) {
-    // The byte filter needs bytes i .. i + 2 wholly inside the stream.
-    const int64_t fastBytes = static_cast<int64_t>(len) / 8 - 2;
-    int a = a0;
-    while (a < a1) {
-        const int64_t i = a >> 3;
-        if (i >= fastBytes) {
-            for (; a < a1; a++)
-                if (pm.Matches(buf, len, a)) return a;
-            return -1;
-        }
-        const int64_t iEnd = std::min<int64_t>(fastBytes, (static_cast<int64_t>(a1) + 7) >> 3);
-        for (int64_t j = i; j < iEnd; j++) {
-            unsigned m = pm.Filter(buf[j], buf[j + 1], buf[j + 2]);
-            if (!m) continue;
-            const int base = static_cast<int>(j * 8);
-            for (int s = 0; s < 8; s++) {
-                if (!(m & (1u << s))) continue;
-                const int cand = base + s;
-                if (cand < a) continue;
-                if (cand >= a1) return -1;
-                if (pm.Matches(buf, len, cand)) return cand;
-            }
-        }
-        a = static_cast<int>(std::max<int64_t>(a, iEnd * 8));
-    }
-    return -1;
 }
 
 }  // namespace
@@ -143,28 +51,120 @@ uint32_t BfGetLong(const uchar* buf, int len, int pos) {
 }
 
 int BfFind(const uchar* buf, int len, int start, int range, const uchar* pattern, int patLen) {
-    if (len <= 0 || patLen < 0) return -1;
+    return BfPattern(pattern, patLen).Find(buf, len, start, range);
+}
+
+BfPattern::BfPattern(const uchar* pattern, int patLen) : patLen_(patLen) {
+    const int bits = std::max(patLen, 0);
+    const int nbytes = bits / 8 + (bits % 8 != 0);
+    nwords_ = bits / 64 + (bits % 64 != 0);
+    if (nwords_ > kInlineWords) big_.assign(static_cast<size_t>(nwords_), 0);
+    uint64_t* words = big_.empty() ? small_ : big_.data();
+    for (int i = 0; i < nbytes; i++) {
+        uint8_t v = pattern[i];
+        if (i == nbytes - 1 && (bits & 7)) v = static_cast<uint8_t>(v & (0xFF00 >> (bits & 7)));
+        words[i / 8] |= static_cast<uint64_t>(v) << (56 - 8 * (i % 8));
+    }
+    lastMask_ = (bits & 63) ? ~(~uint64_t{0} >> (bits & 63)) : ~uint64_t{0};
+
+    // The window sits on the last whole bytes of the pattern: address marks put
+    // their filler first and their distinctive sync bytes last.
+    skip_ = std::max(0, bits / 8 - kWindow);
+    for (int k = 0; k < kWindow; k++) {
+        for (int s = 0; s < 8; s++) {
+            unsigned mask = 0, value = 0;
+            for (int m = 0; m < 8; m++) {
+                const int j = 8 * (skip_ + k) + m - s;
+                if (j < 0 || j >= bits) continue;
+                const unsigned bit = 0x80u >> m;
+                mask |= bit;
+                if (PatBit(j)) value |= bit;
+            }
+            const unsigned free = ~mask & 0xFFu;
+            for (unsigned f = free;; f = (f - 1) & free) {
+                table_[k][value | f] = static_cast<uint8_t>(table_[k][value | f] | (1u << s));
+                if (f == 0) break;
+            }
+        }
+    }
+    for (int b = 0; b < 256; b++)
+        for (int k = 0; k < kWindow; k++) any_[b] = static_cast<uint8_t>(any_[b] | table_[k][b]);
+}
+
+bool BfPattern::Matches(const uchar* buf, int len, int a) const {
+    const uint64_t* words = Words();
+    int64_t p = a;
+    for (int t = 0; t < nwords_; t++) {
+        const uint64_t mask = (t + 1 == nwords_) ? lastMask_ : ~uint64_t{0};
+        if ((Get64(buf, len, static_cast<int>(p)) & mask) != words[t]) return false;
+        p += 64;
+        if (p >= len) p %= len;
+    }
+    return true;
+}
+
+// First match among the folded positions [a0, a1) in increasing order, or -1.
+int BfPattern::FindInSpan(const uchar* buf, int len, int a0, int a1) const {
+    // The prefilter needs the window's bytes wholly inside the stream.
+    const int64_t fastBytes = static_cast<int64_t>(len) / 8 - skip_ - (kWindow - 1);
+    const uchar* w = buf + skip_;
+    int a = a0;
+    while (a < a1) {
+        const int64_t i = a >> 3;
+        if (i >= fastBytes) {
+            for (; a < a1; a++)
+                if (Matches(buf, len, a)) return a;
+            return -1;
+        }
+        const int64_t iEnd = std::min<int64_t>(fastBytes, (static_cast<int64_t>(a1) + 7) >> 3);
+        for (int64_t j = i; j < iEnd;) {
+            // A byte no table accepts rules out the window's candidates at
+            // every byte that sees it.
+            if (!any_[w[j + kWindow - 1]]) {
+                j += kWindow;
+                continue;
+            }
+            const unsigned m =
+                table_[0][w[j]] & table_[1][w[j + 1]] & table_[2][w[j + 2]] & table_[3][w[j + 3]];
+            if (m) {
+                const int base = static_cast<int>(j * 8);
+                for (int s = 0; s < 8; s++) {
+                    if (!(m & (1u << s))) continue;
+                    const int cand = base + s;
+                    if (cand < a) continue;
+                    if (cand >= a1) return -1;
+                    if (Matches(buf, len, cand)) return cand;
+                }
+            }
+            j++;
+        }
+        a = static_cast<int>(std::max<int64_t>(a, iEnd * 8));
+    }
+    return -1;
+}
+
+int BfPattern::Find(const uchar* buf, int len, int start, int range) const {
+    if (len <= 0 || patLen_ < 0) return -1;
     int64_t count;  // candidate offsets from start
-    if (patLen % 32 == 0) {
+    if (patLen_ % 32 == 0) {
         // Whole 32-offset groups are tried as long as the group's first offset is
         // within range, so a match up to 31 bits past the last candidate counts.
-        if (static_cast<int64_t>(range) < patLen) return -1;
-        count = (static_cast<int64_t>(range) - patLen) / 32 * 32 + 32;
+        if (static_cast<int64_t>(range) < patLen_) return -1;
+        count = (static_cast<int64_t>(range) - patLen_) / 32 * 32 + 32;
     } else {
-        count = static_cast<int64_t>(range) - patLen + 1;
+        count = static_cast<int64_t>(range) - patLen_ + 1;
         if (count < 1) return -1;
     }
-    if (patLen == 0) return 0;
+    if (patLen_ == 0) return 0;
     // After one lap the candidates repeat; the earlier one wins.
     if (count > len) count = len;
 
-    const PatternMatcher pm(pattern, patLen);
     const int a0 = BfFold(start, len);
     const int64_t a1 = a0 + count;
-    int r = FindInSpan(buf, len, a0, static_cast<int>(std::min<int64_t>(a1, len)), pm);
+    int r = FindInSpan(buf, len, a0, static_cast<int>(std::min<int64_t>(a1, len)));
     if (r >= 0) return r - a0;
     if (a1 > len) {
-        r = FindInSpan(buf, len, 0, static_cast<int>(a1 - len), pm);
+        r = FindInSpan(buf, len, 0, static_cast<int>(a1 - len));
         if (r >= 0) return r + len - a0;
     }
     return -1;

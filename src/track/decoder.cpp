@@ -8,6 +8,7 @@
 #include <memory>
 #include <vector>
 
+#include "signal/bfpattern.h"
 #include "signal/bitstream.h"
 #include "signal/posmap.h"
 #include "signal/rawconv.h"
@@ -157,13 +158,29 @@ private:
     int len_;
 };
 
+// The search patterns, prepared once.
+struct MarkPatterns {
+    BfPattern amMfm{marks::Bf_AM_MFM, marks::kMfmPatternBits};
+    BfPattern amFm{marks::Bf_AM_FM, marks::kFmPatternBits};
+    BfPattern iamMfm{marks::Bf_IAM_MFM, marks::kMfmPatternBits};
+    BfPattern iamFm{marks::Bf_IAM_FM, marks::kFmPatternBits};
+    // The data marks without their last 8 cells, which tell normal from deleted.
+    BfPattern damMfm{marks::Bf_DAM_MFM, marks::kMfmPatternBits - 8};
+    BfPattern damFm{marks::Bf_DAM_FM, marks::kFmPatternBits - 8};
+};
+const MarkPatterns& Patterns() {
+    static const MarkPatterns p;
+    return p;
+}
+
 // Records pos + kMarkOffset for every match of pattern, searching on from just
 // past each match; at most kMaxCandidates (later matches are not needed).
-int CollectCandidates(const uint8_t* cells, int len, const uint8_t* pattern, int bits, int* out) {
+int CollectCandidates(const uint8_t* cells, int len, const BfPattern& pattern, int* out) {
+    const int bits = pattern.Length();
     int n = 0;
     int start = 0;
     while (start < len && n < kMaxCandidates) {
-        const int r = BfFind(cells, len, start, len - start, pattern, bits);
+        const int r = pattern.Find(cells, len, start, len - start);
         if (r < 0) break;
         const int p = start + r;
         out[n++] = p + kMarkOffset;
@@ -181,15 +198,16 @@ int CollectCandidates(const uint8_t* cells, int len, const uint8_t* pattern, int
 // whose first offset leaves room for the pattern, and at most one lap.
 // Returns the offset from start or -1; *deleted tells which mark was found.
 int FindDataMark(const CellStream& s, const uint8_t* cells, int len, int start, int range,
-                 const uint8_t* dam, const uint8_t* ddam, int bits, bool* deleted) {
+                 const BfPattern& prefixPattern, const uint8_t* dam, const uint8_t* ddam, int bits,
+                 bool* deleted) {
     *deleted = false;
     if (range < bits) return -1;
     const int maxOff = std::min((range - bits) / 32 * 32 + 31, len - 1);
-    const int prefix = bits - 8;
+    const int prefix = prefixPattern.Length();
     const uint32_t damTail = dam[bits / 8 - 1];
     const uint32_t ddamTail = ddam[bits / 8 - 1];
     for (int cur = 0; cur <= maxOff;) {
-        const int r = BfFind(cells, len, start + cur, maxOff - cur + prefix, dam, prefix);
+        const int r = prefixPattern.Find(cells, len, start + cur, maxOff - cur + prefix);
         if (r < 0) return -1;
         const int off = cur + r;
         const uint32_t tail = s.Get(int64_t{start} + off + prefix, 8);
@@ -246,10 +264,9 @@ void VTrack::Decode(int raw, unsigned char* buf, int len, int mode) {
     const CellStream s(encData, encLen);
     int mfmCand[kMaxCandidates];
     int fmCand[kMaxCandidates];
-    const int nMfmCand =
-        CollectCandidates(encData, encLen, marks::Bf_AM_MFM, marks::kMfmPatternBits, mfmCand);
-    const int nFmCand =
-        CollectCandidates(encData, encLen, marks::Bf_AM_FM, marks::kFmPatternBits, fmCand);
+    const MarkPatterns& pats = Patterns();
+    const int nMfmCand = CollectCandidates(encData, encLen, pats.amMfm, mfmCand);
+    const int nFmCand = CollectCandidates(encData, encLen, pats.amFm, fmCand);
 
     // Classify by the mark byte: ID marks are kept (the first 96 of each
     // density), data marks only counted.
@@ -338,8 +355,8 @@ void VTrack::DecodeIn(unsigned char* cells, int len, int (*marks)[2], int mfmMaj
     const int majorCpb = mfmMajor ? kMfmCpb : kFmCpb;
     const int majorSync = mfmMajor ? kMfmSync : kFmSync;
 
-    const int iam = mfmMajor ? BfFind(cells, len, 0, len, marks::Bf_IAM_MFM, marks::kMfmPatternBits)
-                             : BfFind(cells, len, 0, len, marks::Bf_IAM_FM, marks::kFmPatternBits);
+    const MarkPatterns& pats = Patterns();
+    const int iam = (mfmMajor ? pats.iamMfm : pats.iamFm).Find(cells, len, 0, len);
     const bool haveIndex = iam >= 0;
     if (haveIndex) {
         iamPos = iam + kDamOffset;
@@ -380,10 +397,11 @@ void VTrack::DecodeIn(unsigned char* cells, int len, int (*marks)[2], int mfmMaj
         const int64_t to = nextSame ? int64_t{marks[k + 1][0]} : int64_t{len};
         const int range = static_cast<int>(std::clamp<int64_t>(to - idEnd, -1, len));
         bool deleted = false;
-        const int off = mfm ? FindDataMark(s, cells, len, idEnd, range, marks::Bf_DAM_MFM,
-                                           marks::Bf_DDAM_MFM, marks::kMfmPatternBits, &deleted)
-                            : FindDataMark(s, cells, len, idEnd, range, marks::Bf_DAM_FM,
-                                           marks::Bf_DDAM_FM, marks::kFmPatternBits, &deleted);
+        const int off =
+            mfm ? FindDataMark(s, cells, len, idEnd, range, pats.damMfm, marks::Bf_DAM_MFM,
+                               marks::Bf_DDAM_MFM, marks::kMfmPatternBits, &deleted)
+                : FindDataMark(s, cells, len, idEnd, range, pats.damFm, marks::Bf_DAM_FM,
+                               marks::Bf_DDAM_FM, marks::kFmPatternBits, &deleted);
         if (off < 0) {
             sc->status |= SECT_NODAM;
             flags |= TRK_NODAM;
