@@ -5,6 +5,7 @@
 #include <cstring>
 #include <vector>
 
+#include "signal/edgemap.h"
 #include "signal/rawscan.h"
 
 namespace {
@@ -40,14 +41,15 @@ inline void PutPulse(uchar* buf, int n, int64_t q) {
     for (int i = 0; i < 8; i++) PutBit(buf, BfFold(q + i, n), i < 3);
 }
 
-}  // namespace
-
-int Raw2Encode(uchar* raw, int rawLen, uchar* enc, int encCap) {
+// The separator scan; record(cell, sample) sees every treated edge.
+template <class Record>
+int Raw2EncodeScan(uchar* raw, int rawLen, uchar* enc, int encCap, int* firstEdge,
+                   Record&& record) {
     if (encCap > 0) std::memset(enc, 0, (static_cast<size_t>(encCap) + 7) / 8);
     if (rawLen <= 0) return 0;
     rawscan::Separator sep;
-
     const int first = rawscan::FirstEdge(raw, rawLen);
+    *firstEdge = first;
     if (first < 0) return rawLen / 8;
 
     const int64_t c0 = first / 8;
@@ -64,7 +66,7 @@ int Raw2Encode(uchar* raw, int rawLen, uchar* enc, int encCap) {
             if (pf >= encCap) pf %= encCap;
         }
     };
-    const int64_t lastEdge = rawscan::ScanEdges(raw, rawLen, first, [&](int64_t, int d) {
+    const int64_t lastEdge = rawscan::ScanEdges(raw, rawLen, first, [&](int64_t x, int d) {
         const auto r = sep.Step(d);
         if (!r.valid) {
             advance(r.cells);
@@ -78,6 +80,7 @@ int Raw2Encode(uchar* raw, int rawLen, uchar* enc, int encCap) {
             advance(r.cells);
             if (encCap > 0) PutBit(enc, pf, 1);
         }
+        record(p, x);
         return true;
     });
 
@@ -92,6 +95,24 @@ int Raw2Encode(uchar* raw, int rawLen, uchar* enc, int encCap) {
     if (n <= 0) return 0;
     if (encCap > 0) PutBit(enc, (p % n) % encCap, 1);
     return static_cast<int>(n);
+}
+
+}  // namespace
+
+int Raw2Encode(uchar* raw, int rawLen, uchar* enc, int encCap) {
+    int first = -1;
+    return Raw2EncodeScan(raw, rawLen, enc, encCap, &first, [](int64_t, int64_t) {});
+}
+
+int Raw2EncodeMapped(uchar* raw, int rawLen, uchar* enc, int encCap, RawEdgeMap* map) {
+    map->first = -1;
+    map->edges.clear();
+    // About one edge in two and a half cells of a written track.
+    if (rawLen > 0) map->edges.reserve(static_cast<size_t>(rawLen) / 16 + 64);
+    std::vector<RawEdge>& edges = map->edges;
+    return Raw2EncodeScan(raw, rawLen, enc, encCap, &map->first, [&](int64_t cell, int64_t sample) {
+        edges.push_back({cell, sample});
+    });
 }
 
 int Encode2Raw(uchar* enc, int encLen, uchar* raw, int rawCap) {

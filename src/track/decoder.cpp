@@ -10,7 +10,7 @@
 
 #include "signal/bfpattern.h"
 #include "signal/bitstream.h"
-#include "signal/posmap.h"
+#include "signal/edgemap.h"
 #include "signal/rawconv.h"
 #include "track/codectables.h"
 #include "track/marks.h"
@@ -245,6 +245,7 @@ void VTrack::Decode(int raw, unsigned char* buf, int len, int mode) {
     iamPos = gap1 = gap4a = gap4b = encLen = 0;
     encData = new unsigned char[kEncBytes]();
 
+    RawEdgeMap edgeMap;
     if (buf && len > 0) {
         if (!raw) {
             // Streams longer than the buffer keep their first 262144 cells.
@@ -253,7 +254,10 @@ void VTrack::Decode(int raw, unsigned char* buf, int len, int mode) {
             if (cells & 7) encData[cells / 8] &= static_cast<uint8_t>(0xFF << (8 - (cells & 7)));
             encLen = cells;
         } else {
-            encLen = std::clamp(Raw2Encode(buf, len, encData, kEncCells), 0, kEncCells);
+            // The edge record answers the raw positions of step 9 without a
+            // second separator scan.
+            encLen =
+                std::clamp(Raw2EncodeMapped(buf, len, encData, kEncCells, &edgeMap), 0, kEncCells);
         }
     }
     if (encLen < 1) {
@@ -331,7 +335,7 @@ void VTrack::Decode(int raw, unsigned char* buf, int len, int mode) {
         pos.push_back(sc->endPos);
     }
     if (measured.empty()) return;
-    Enc2RawPosMulti(buf, len, pos.data(), static_cast<int>(pos.size()));
+    RawEdgePosMulti(edgeMap, pos.data(), static_cast<int>(pos.size()));
     for (size_t k = 0; k < measured.size(); ++k) {
         const int rs = pos[2 * k];
         const int re = pos[2 * k + 1];
