@@ -148,5 +148,6 @@ std::string ScanUsage(const std::string& prog) {
            "\n"
            "Sector flags: i ID CRC error, d data CRC error, m no data mark, x deleted,\n"
            "f FM sector on a mixed track, t timing deviation of a raw track.\n"
-           "Exit status: 0 image read, 2 image unreadable, 22 bad usage.\n";
+           "Exit status: 0 image read, 2 image unreadable, 14 picture not written,\n"
+           "22 bad usage.\n";
 }
