@@ -1,21 +1,19 @@
-// Test-only builder of MFM/FM cell streams, written cell by cell and
-// independent of the encoder, so that tests can lay down fields the encoder
-// never writes: broken CRCs, missing or doubled data marks, other ID mark
-// bytes, streams rotated across the index.
+// Test-only MFM/FM cell streams, cell by cell and independent of the encoder, with what
+// it never writes: broken CRCs, missing or doubled data marks, other ID marks, turned streams.
 #pragma once
 
 #include <cstdint>
 #include <vector>
 
+#include "track/vtrack.h"
+
 namespace dectest {
 
-inline uint16_t Crc16(uint16_t crc, const std::vector<uint8_t>& bytes) {
-    for (uint8_t b : bytes) {
-        crc = static_cast<uint16_t>(crc ^ (b << 8));
-        for (int i = 0; i < 8; ++i) {
-            crc = static_cast<uint16_t>((crc & 0x8000) ? (crc << 1) ^ 0x1021 : crc << 1);
-        }
-    }
+// CRC-16-CCITT bit by bit: polynomial 0x1021, MSB first.
+constexpr uint16_t CrcByte(uint16_t crc, uint8_t b) {
+    crc = static_cast<uint16_t>(crc ^ (b << 8));
+    for (int i = 0; i < 8; ++i)
+        crc = static_cast<uint16_t>((crc & 0x8000) ? (crc << 1) ^ 0x1021 : crc << 1);
     return crc;
 }
 
@@ -23,22 +21,17 @@ struct SectorSpec {
     bool mfm = true;
     uint8_t c = 0, h = 0, r = 1, n = 2;
     std::vector<uint8_t> data;  // written as the data field, whatever n says
-    int gap2 = 22;
-    int padCells = 0;  // zero cells after GAP2, to move the data field off the byte grid
-    int gap3 = 54;
+    int gap2 = 22, gap3 = 54;
     uint8_t idMark = 0xFE;
-    bool badIdCrc = false;
-    bool badDataCrc = false;
-    bool noDam = false;         // ID field only; the gap continues instead
-    bool deleted = false;       // F8 instead of FB
-    bool secondNormal = false;  // a further normal data field follows the first one
+    // noDam: ID field only, the gap goes on; deleted: F8 instead of FB;
+    // secondNormal: a further normal data field follows the first one.
+    bool badIdCrc = false, badDataCrc = false, noDam = false, deleted = false, secondNormal = false;
 };
 
-// Where the builder put a sector's fields (cells from the stream start).
+// Where the builder put a sector: the first A1 (MFM) or the mark (FM) of the ID
+// and data fields, and the end of the data CRC (cells from the stream start).
 struct Placed {
-    int idPos = 0;   // first A1 (MFM) or the mark (FM) of the ID field
-    int damPos = 0;  // the same for the data field
-    int endPos = 0;  // just past the data CRC
+    int idPos = 0, damPos = 0, endPos = 0;
 };
 
 class StreamBuilder {
@@ -46,158 +39,85 @@ public:
     int Pos() const { return bits_; }
     const std::vector<uint8_t>& Bytes() const { return bytes_; }
 
-    void Cell(int c) {
-        if (static_cast<size_t>(bits_ / 8) >= bytes_.size()) bytes_.push_back(0);
-        if (c) bytes_[static_cast<size_t>(bits_ / 8)] |= static_cast<uint8_t>(0x80 >> (bits_ % 8));
-        ++bits_;
-    }
     void Cells(uint32_t v, int n) {
-        for (int i = n - 1; i >= 0; --i) Cell((v >> i) & 1);
+        for (int i = n - 1; i >= 0; --i) {
+            if (static_cast<size_t>(bits_ / 8) >= bytes_.size()) bytes_.push_back(0);
+            if ((v >> i) & 1) bytes_[static_cast<size_t>(bits_ / 8)] |= 0x80 >> (bits_ % 8);
+            ++bits_;
+        }
     }
-    void Mfm(uint8_t b, int count = 1) {
+    // count copies of b: MFM with the clock rule, FM with the given clock byte.
+    void Put(uint8_t b, bool mfm, int count = 1, uint8_t clock = 0xFF) {
         for (int k = 0; k < count; ++k) {
             for (int i = 7; i >= 0; --i) {
                 const int d = (b >> i) & 1;
-                Cell(!last_ && !d);
-                Cell(d);
+                mfm ? Cells((!last_ && !d) * 2 + d, 2) : Cells(((clock >> i) & 1) * 8 + d * 2, 4);
                 last_ = d;
             }
         }
     }
-    void MfmBytes(const std::vector<uint8_t>& v) {
-        for (uint8_t b : v) Mfm(b);
-    }
-    void MfmSyncA1() {
-        for (int i = 0; i < 3; ++i) Cells(0x4489, 16);
-        last_ = 1;
-    }
-    void Fm(uint8_t b, int count = 1, uint8_t clock = 0xFF) {
-        for (int k = 0; k < count; ++k) {
-            for (int i = 7; i >= 0; --i) {
-                Cell((clock >> i) & 1);
-                Cell(0);
-                Cell((b >> i) & 1);
-                Cell(0);
-            }
-        }
-        last_ = b & 1;
-    }
-    void FmBytes(const std::vector<uint8_t>& v) {
-        for (uint8_t b : v) Fm(b);
-    }
-
     void MfmHeader() {
-        Mfm(0x4E, 80);
-        Mfm(0x00, 12);
-        for (int i = 0; i < 3; ++i) Cells(0x5224, 16);
-        last_ = 0;
-        Mfm(0xFC);
-        Mfm(0x4E, 50);
+        Put(0x4E, true, 80);
+        Put(0x00, true, 12);
+        Sync(0x5224, 0);
+        Put(0xFC, true);
+        Put(0x4E, true, 50);
     }
     void FmHeader() {
-        Fm(0xFF, 40);
-        Fm(0x00, 6);
-        Fm(0xFC, 1, 0xD7);
-        Fm(0xFF, 26);
+        Put(0xFF, false, 40);
+        Put(0x00, false, 6);
+        Put(0xFC, false, 1, 0xD7);
+        Put(0xFF, false, 26);
     }
-
     Placed Sector(const SectorSpec& s) {
+        const uint8_t gap = s.mfm ? 0x4E : 0xFF;
         Placed p;
-        const uint8_t dm = s.deleted ? 0xF8 : 0xFB;
-        const std::vector<uint8_t> id = {s.idMark, s.c, s.h, s.r, s.n};
-        if (s.mfm) {
-            Mfm(0x00, 12);
-            p.idPos = Pos();
-            MfmSyncA1();
-            MfmBytes(id);
-            const uint16_t crc = IdCrc(s);
-            MfmBytes({static_cast<uint8_t>(crc >> 8), static_cast<uint8_t>(crc)});
-            Mfm(0x4E, s.gap2);
-            for (int i = 0; i < s.padCells; ++i) Cell(0);
-            if (s.noDam) {
-                Mfm(0x4E, s.gap3);
-                return p;
-            }
-            p.damPos = MfmDataField(dm, s.data, s.badDataCrc);
+        p.idPos = Field(s.mfm, s.idMark, {s.c, s.h, s.r, s.n}, s.badIdCrc);
+        Put(gap, s.mfm, s.gap2);
+        if (!s.noDam) {
+            p.damPos = Field(s.mfm, s.deleted ? 0xF8 : 0xFB, s.data, s.badDataCrc);
             p.endPos = Pos();
             if (s.secondNormal) {
-                Mfm(0x4E, 10);
-                MfmDataField(0xFB, s.data, false);
+                Put(gap, s.mfm, 10);
+                Field(s.mfm, 0xFB, s.data, false);
             }
-            Mfm(0x4E, s.gap3);
-        } else {
-            Fm(0x00, 6);
-            p.idPos = Pos();
-            Fm(s.idMark, 1, 0xC7);
-            FmBytes({s.c, s.h, s.r, s.n});
-            const uint16_t crc = IdCrc(s);
-            FmBytes({static_cast<uint8_t>(crc >> 8), static_cast<uint8_t>(crc)});
-            Fm(0xFF, s.gap2);
-            for (int i = 0; i < s.padCells; ++i) Cell(0);
-            if (s.noDam) {
-                Fm(0xFF, s.gap3);
-                return p;
-            }
-            p.damPos = FmDataField(dm, s.data, s.badDataCrc);
-            p.endPos = Pos();
-            if (s.secondNormal) {
-                Fm(0xFF, 10);
-                FmDataField(0xFB, s.data, false);
-            }
-            Fm(0xFF, s.gap3);
         }
+        Put(gap, s.mfm, s.gap3);
         return p;
     }
-
-    // Fills up to total cells with gap bytes of the given density, then
-    // with single cells.
+    // Gap bytes up to total cells, then single zero cells.
     void PadTo(int total, bool mfm) {
-        while (Pos() + (mfm ? 16 : 32) <= total) mfm ? Mfm(0x4E) : Fm(0xFF);
-        while (Pos() < total) Cell(0);
+        while (Pos() + (mfm ? 16 : 32) <= total) Put(mfm ? 0x4E : 0xFF, mfm);
+        while (Pos() < total) Cells(0, 1);
     }
-
     // The stream turned so that cell k becomes cell 0.
     std::vector<uint8_t> Rotated(int k) const {
-        std::vector<uint8_t> out(bytes_.size(), 0);
-        for (int i = 0; i < bits_; ++i) {
-            const int src = (i + k) % bits_;
-            if ((bytes_[static_cast<size_t>(src / 8)] >> (7 - src % 8)) & 1) {
-                out[static_cast<size_t>(i / 8)] |= static_cast<uint8_t>(0x80 >> (i % 8));
-            }
-        }
-        return out;
-    }
-
-    static uint16_t IdCrc(const SectorSpec& s) {
-        std::vector<uint8_t> f;
-        if (s.mfm) f = {0xA1, 0xA1, 0xA1};
-        f.insert(f.end(), {s.idMark, s.c, s.h, s.r, s.n});
-        return static_cast<uint16_t>(Crc16(0xFFFF, f) ^ (s.badIdCrc ? 0x0100 : 0));
+        StreamBuilder out;
+        for (int i = k; i < k + bits_; ++i)
+            out.Cells(bytes_[(i % bits_) / 8] >> (7 - i % bits_ % 8), 1);
+        return out.bytes_;
     }
 
 private:
-    int MfmDataField(uint8_t mark, const std::vector<uint8_t>& data, bool bad) {
-        Mfm(0x00, 12);
+    // Sync, mark, body and CRC (off by one when bad); returns the first A1 or the FM mark.
+    int Field(bool mfm, uint8_t mark, const std::vector<uint8_t>& body, bool bad) {
+        Put(0x00, mfm, mfm ? 12 : 6);
         const int pos = Pos();
-        MfmSyncA1();
-        Mfm(mark);
-        MfmBytes(data);
-        std::vector<uint8_t> f = {0xA1, 0xA1, 0xA1, mark};
-        f.insert(f.end(), data.begin(), data.end());
-        const uint16_t crc = static_cast<uint16_t>(Crc16(0xFFFF, f) ^ (bad ? 1 : 0));
-        MfmBytes({static_cast<uint8_t>(crc >> 8), static_cast<uint8_t>(crc)});
+        if (mfm) Sync(0x4489, 1);
+        Put(mark, mfm, 1, 0xC7);
+        uint16_t crc =
+            CrcByte(mfm ? CrcByte(CrcByte(CrcByte(0xFFFF, 0xA1), 0xA1), 0xA1) : 0xFFFF, mark);
+        for (uint8_t b : body) crc = CrcByte(crc, b);
+        for (uint8_t b : body) Put(b, mfm);
+        crc ^= bad ? 1 : 0;
+        Put(crc >> 8, mfm);
+        Put(crc & 0xFF, mfm);
         return pos;
     }
-    int FmDataField(uint8_t mark, const std::vector<uint8_t>& data, bool bad) {
-        Fm(0x00, 6);
-        const int pos = Pos();
-        Fm(mark, 1, 0xC7);
-        FmBytes(data);
-        std::vector<uint8_t> f = {mark};
-        f.insert(f.end(), data.begin(), data.end());
-        const uint16_t crc = static_cast<uint16_t>(Crc16(0xFFFF, f) ^ (bad ? 1 : 0));
-        FmBytes({static_cast<uint8_t>(crc >> 8), static_cast<uint8_t>(crc)});
-        return pos;
+    // Three sync bytes with a missing clock, then the data bit they end with.
+    void Sync(uint16_t cells, int last) {
+        for (int i = 0; i < 3; ++i) Cells(cells, 16);
+        last_ = last;
     }
 
     std::vector<uint8_t> bytes_;
@@ -205,35 +125,22 @@ private:
     int last_ = 0;
 };
 
-// Expands cells into a raw signal: 8 samples a cell, pulse 11100000 at each 1.
-inline std::vector<uint8_t> CellsToRaw(const std::vector<uint8_t>& cells, int len) {
-    std::vector<uint8_t> raw(static_cast<size_t>(len), 0);
-    for (int i = 0; i < len; ++i) {
-        if ((cells[static_cast<size_t>(i / 8)] >> (7 - i % 8)) & 1)
-            raw[static_cast<size_t>(i)] = 0xE0;
-    }
-    return raw;
-}
-
-// The same, but cells in [from, to) take stretch times 8 samples each;
-// *samples receives the signal's length.
+// Cells as a raw signal, 8 samples a cell and a 3-sample pulse at each 1, but
+// cells in [from, to) take stretch times 8 samples; *samples gets the length.
 inline std::vector<uint8_t> CellsToRawStretched(const std::vector<uint8_t>& cells, int len,
                                                 int from, int to, double stretch, int* samples) {
-    std::vector<double> start(static_cast<size_t>(len) + 1);
+    std::vector<int> pulses;
     double at = 0;
     for (int i = 0; i < len; ++i) {
-        start[static_cast<size_t>(i)] = at;
+        if ((cells[static_cast<size_t>(i / 8)] >> (7 - i % 8)) & 1)
+            pulses.push_back(static_cast<int>(at));
         at += (i >= from && i < to) ? 8.0 * stretch : 8.0;
     }
     *samples = static_cast<int>(at);
     std::vector<uint8_t> raw(static_cast<size_t>((*samples + 7) / 8), 0);
-    for (int i = 0; i < len; ++i) {
-        if (!((cells[static_cast<size_t>(i / 8)] >> (7 - i % 8)) & 1)) continue;
-        const int s0 = static_cast<int>(start[static_cast<size_t>(i)]);
-        for (int k = 0; k < 3; ++k) {
-            const int p = (s0 + k) % *samples;
-            raw[static_cast<size_t>(p / 8)] |= static_cast<uint8_t>(0x80 >> (p % 8));
-        }
+    for (int k = 0; k < 3 * static_cast<int>(pulses.size()); ++k) {
+        const int p = (pulses[static_cast<size_t>(k / 3)] + k % 3) % *samples;
+        raw[static_cast<size_t>(p / 8)] |= static_cast<uint8_t>(0x80 >> (p % 8));
     }
     return raw;
 }
@@ -249,6 +156,24 @@ inline std::vector<uint8_t> Pattern(int n, int seed) {
         b = static_cast<uint8_t>(x >> 24);
     }
     return v;
+}
+
+// A sector for the encoder: the pattern of seed r, opening 00 A1 (clock after the mark; plain A1).
+inline VSector* NewSector(int mfm, int r, int n, int length, int gap2, int gap3, int status = 0) {
+    auto* s = new VSector;
+    s->mfm = mfm;
+    s->idC = 5;
+    s->idH = 1;
+    s->idR = static_cast<uint8_t>(r);
+    s->idN = static_cast<uint8_t>(n);
+    auto data = Pattern(length, r);
+    data[0] = 0x00;
+    data[1] = 0xA1;
+    s->SetData(data.data(), length);
+    s->gap2 = gap2;
+    s->gap3 = gap3;
+    s->status = static_cast<uint8_t>(status);
+    return s;
 }
 
 }  // namespace dectest
