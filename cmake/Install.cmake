@@ -4,6 +4,9 @@
 include(GNUInstallDirs)
 
 install(TARGETS zebconv RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+if(TARGET zebscan)
+  install(TARGETS zebscan RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+endif()
 install(TARGETS zebkit ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
 # Headers keep their subsystem folders, so "signal/bitstream.h" etc. resolve
 # against <prefix>/include/zebkit as they do against src/.
