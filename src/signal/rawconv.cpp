@@ -52,34 +52,26 @@ int Raw2EncodeScan(uchar* raw, int rawLen, uchar* enc, int encCap, int* firstEdg
     *firstEdge = first;
     if (first < 0) return rawLen / 8;
 
+    // Without room for cells the bits go to a scratch byte nobody reads, so
+    // the loop needs no test for it.
+    uchar scratch = 0;
+    uchar* out = encCap > 0 ? enc : &scratch;
+    const int64_t cap = encCap > 0 ? encCap : 8;
+
     const int64_t c0 = first / 8;
-    int64_t p = c0;  // running cell position, unfolded
-    int64_t pf = 0;  // p folded into [0, encCap)
-    if (encCap > 0) {
-        pf = c0 % encCap;
-        PutBit(enc, pf, 1);
-    }
-    auto advance = [&](int64_t n) {
-        p += n;
-        if (encCap > 0) {
-            pf += n;
-            if (pf >= encCap) pf %= encCap;
-        }
-    };
+    int64_t p = c0;         // running cell position, unfolded
+    int64_t pf = c0 % cap;  // p folded into [0, cap)
+    PutBit(out, pf, 1);
     const int64_t lastEdge = rawscan::ScanEdges(raw, rawLen, first, [&](int64_t x, int d) {
         const auto r = sep.Step(d);
-        if (!r.valid) {
-            advance(r.cells);
-        } else if (r.cells == 1) {
-            // Two transitions one cell apart cannot both stand: the earlier one
-            // is moved onto the later.
-            if (encCap > 0) PutBit(enc, pf, 0);
-            advance(1);
-            if (encCap > 0) PutBit(enc, pf, 1);
-        } else {
-            advance(r.cells);
-            if (encCap > 0) PutBit(enc, pf, 1);
-        }
+        // Two transitions one cell apart cannot both stand: the earlier one is
+        // moved onto the later.
+        if (r.valid && r.cells == 1) PutBit(out, pf, 0);
+        p += r.cells;
+        pf += r.cells;
+        if (pf >= cap) [[unlikely]]
+            pf %= cap;
+        if (r.valid) PutBit(out, pf, 1);
         record(p, x);
         return true;
     });
@@ -93,7 +85,7 @@ int Raw2EncodeScan(uchar* raw, int rawLen, uchar* enc, int encCap, int* firstEdg
     // Edges all a few samples apart round to no cells at all; an empty track
     // has nowhere to fold to.
     if (n <= 0) return 0;
-    if (encCap > 0) PutBit(enc, (p % n) % encCap, 1);
+    PutBit(out, (p % n) % cap, 1);
     return static_cast<int>(n);
 }
 

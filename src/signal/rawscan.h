@@ -189,8 +189,8 @@ inline void VfoStep(VFOState& v, int d) {
 }
 
 // The same loop for the scanners' inner loops: the state lives in plain
-// members the compiler can keep in registers, the band of short intervals comes
-// from a table rebuilt whenever the centres move, and the running totals, which
+// members the compiler can keep in registers, the cell count of short intervals
+// comes from a table rebuilt whenever the centres move, and the running totals, which
 // no scanner reads, are not kept. Step gives the cells and validity exactly as
 // VfoStep does.
 class Separator {
@@ -202,18 +202,15 @@ public:
         bool valid;
     };
 
-    Result Step(int d) {
-        if (!tableOk_ || d < 0 || d >= kTable) {
-            VfoStep(v_, d);
-            if (v_.center2 != c2_ || v_.center3 != c3_ || v_.center4 != c4_) Rebuild();
-            return {v_.cells, v_.valid != 0};
-        }
-        const int b = band_[d];
-        const int count = b ? b : (d + 3 + (d >= v_.lastInterval ? 1 : 0)) >> 3;
-        const bool valid = d >= 9 && d <= 39;
+    // Inlined into the scanners' loops; the rare cases are kept out of line.
+    [[gnu::always_inline]] Result Step(int d) {
+        if (!tableOk_ || static_cast<unsigned>(d) >= static_cast<unsigned>(kTable)) [[unlikely]]
+            return StepSlow(d);
+        const int count = count_[d][d >= v_.lastInterval ? 1 : 0];
+        const bool valid = static_cast<unsigned>(d - 9) <= 30u;  // 9 .. 39
         if (count >= 1) v_.history = (v_.history << count) | 1u;
         v_.lastInterval = d;
-        if (v_.history == 0x5555555555555555ull || v_.history == 0x1111111111111111ull)
+        if (v_.history == 0x5555555555555555ull || v_.history == 0x1111111111111111ull) [[unlikely]]
             Sync(d);
         else
             v_.locked = 0;
@@ -223,7 +220,13 @@ public:
 private:
     static constexpr int kTable = 64;
 
-    void Sync(int d) {
+    [[gnu::noinline]] Result StepSlow(int d) {
+        VfoStep(v_, d);
+        if (v_.center2 != c2_ || v_.center3 != c3_ || v_.center4 != c4_) Rebuild();
+        return {v_.cells, v_.valid != 0};
+    }
+
+    [[gnu::noinline]] void Sync(int d) {
         if (!v_.locked) {
             v_.locked = 1;
             return;
@@ -255,14 +258,17 @@ private:
             } else if (d <= w4 + 2) {
                 if (d >= w4 - 2) b = 4;
             }
-            band_[d] = static_cast<uint8_t>(b);
+            // Otherwise rounded, half-way up only when not shorter than the
+            // previous interval.
+            count_[d][0] = static_cast<uint8_t>(b ? b : (d + 3) >> 3);
+            count_[d][1] = static_cast<uint8_t>(b ? b : (d + 4) >> 3);
         }
     }
 
     VFOState v_;
     int32_t c2_ = 0, c3_ = 0, c4_ = 0;
     bool tableOk_ = false;
-    uint8_t band_[kTable] = {};
+    uint8_t count_[kTable][2] = {};  // [d][d >= lastInterval]
 };
 
 }  // namespace rawscan
