@@ -149,7 +149,7 @@ TEST(VTrackModel, ListCountersAndIndexing) {
 
 TEST(VTrackModel, GetLengthAddsTheMajorDensityOverhead) {
     // MFM sectors, FM sectors (128 bytes, GAP3 27: 217 bytes MFM, 188 FM), length
-    const int rows[][3] = {{0, 0, 0}, {0, 1, 294}, {1, 0, 429}, {2, 1, 834}, {1, 2, 699}};
+    const int rows[][3] = {{0, 0, 0}, {0, 1, 294}, {1, 1, 617}, {2, 1, 834}, {1, 2, 699}};
     for (const auto& row : rows) {
         VTrack t;
         for (int i = 0; i < row[0] + row[1]; ++i)
