@@ -9,6 +9,7 @@ namespace {
 constexpr uint32_t kFddHdr = 0xC3FC, kNfdHdr = 0x10A10;
 constexpr uint32_t kF0 = 0xDC, kN0 = 0x120, kN1 = kN0 + 26 * 16;
 
+// One more sector (R 99) on a track.
 void Extra(VDisk& d, int c, int h, int len = 128) {
     d.Track(c, h)->AddSector(Sec(1, c, h, 99, 0, 0, len));
 }
