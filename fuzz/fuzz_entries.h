@@ -181,8 +181,9 @@ inline void SignalRaw(const uint8_t* data, size_t size) {
                              (255 * 131 + 23 * 977)) -
             32;
     }
-    const int translated = Enc2RawPosMulti(raw.data(), bits, pos.data(), count);
-    if (translated < 0 || translated > count) std::abort();
+    // An entry placed at sample -1 counts as still unplaced and is placed (and
+    // counted) again, so the result may exceed count; it is never negative.
+    if (Enc2RawPosMulti(raw.data(), bits, pos.data(), count) < 0) std::abort();
 
     if (AlignRaw(raw.data(), bits) != bits) std::abort();
 }
