@@ -1,149 +1,115 @@
+#include "fileio/fileio.h"
+
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
+#include <cstdint>
 #include <cstdio>
-#include <cstring>
+#include <fstream>
+#include <iterator>
 #include <string>
+#include <tuple>
 #include <vector>
-
-#include "fileio/fileio.h"
 
 namespace {
 
-std::string Slurp(const char* name) {
-    std::string out;
-    FILE* f = std::fopen(name, "rb");
-    if (!f) return out;
-    char buf[4096];
-    size_t n;
-    while ((n = std::fread(buf, 1, sizeof(buf), f)) > 0) out.append(buf, n);
-    std::fclose(f);
-    return out;
-}
+using Strings = std::vector<std::string>;
 
 void Spit(const char* name, const std::string& data) {
-    FILE* f = std::fopen(name, "wb");
-    ASSERT_NE(f, nullptr);
-    std::fwrite(data.data(), 1, data.size(), f);
-    std::fclose(f);
+    std::ofstream(name, std::ios::binary) << data;
 }
 
-}  // namespace
-
-TEST(Fileio, OpenRefusesEmptyPathAndUnknownMode) {
-    Spit("fio_modes.bin", "abc");
-    Fileio f;
-    EXPECT_FALSE(f.Open("", Fileio::ReadOnly));
-    EXPECT_EQ(f.fd, -1);
-    EXPECT_FALSE(f.Open(static_cast<const char*>(nullptr), Fileio::ReadOnly));
-    EXPECT_FALSE(f.Open("fio_modes.bin", static_cast<Fileio::OpenMode>(7)));
-    EXPECT_FALSE(f.IsOpen());
-    EXPECT_FALSE(f.Open("fio_missing_file.bin", Fileio::ReadOnly));
-    EXPECT_FALSE(f.Open("fio_missing_file.bin", Fileio::ReadWrite));
+TEST(Filepath, SplitsIntoParts) {
+    const std::string n70(70, 'n');
+    const Strings cases[] = {
+        {"/a/b/disk.d88", "/a/b/", "disk", ".d88", "disk.d88"},
+        {"/a/b/disk", "/a/b/", "disk", "", "disk"},
+        {"dir.x/disk", "dir.x/", "disk", "", "disk"},
+        {"arc.tar.gz", "./", "arc.tar", ".gz", "arc.tar.gz"},
+        {"/tmp/" + n70 + ".d88", "/tmp/", n70, ".d88", n70.substr(0, 59)},
+    };
+    for (const Strings& c : cases) {
+        Filepath p;
+        p.SetPath(c[0].c_str());
+        const Filepath q(p);  // a copy splits again; parts: dir, fname, ext, shortName
+        EXPECT_EQ((Strings{q.GetPath(), q.dir, q.fname, q.GetExt(), q.GetShort()}), c);
+    }
 }
 
-TEST(Fileio, WriteTruncatesAppendAppendsReadWriteUpdates) {
-    Spit("fio_rw.bin", "0123456789");
+TEST(Filepath, MakeClearAndExtension) {
+    Filepath p;
+    p.SetPath("x/disk.zEb");
+    EXPECT_TRUE(p.HasExt(".ZEB"));
+    EXPECT_FALSE(p.HasExt("ZEB"));
+    std::snprintf(p.ext, sizeof(p.ext), ".HFE");
+    p.Make();
+    EXPECT_STREQ(p.GetPath(), "x/disk.HFE");
+    p.Clear();
+    EXPECT_TRUE(p.IsClear());
+    const std::string huge = "/" + std::string(400, 'd') + "/" + std::string(300, 'f') + ".zeb";
+    p.SetPath(huge.c_str());
+    EXPECT_EQ(p.GetPath(), huge.substr(0, sizeof(p.path) - 1));
+}
+
+TEST(Fileio, OpenModes) {
+    chmod("fio_modes.bin", 0644);  // left read-only by an earlier run
+    Spit("fio_modes.bin", "0123456789");
     Fileio f;
-    ASSERT_TRUE(f.Open("fio_rw.bin", Fileio::WriteOnly));
-    EXPECT_TRUE(f.Write("abc", 3));
-    EXPECT_EQ(f.GetFilePos(), 3);
-    f.Close();
-    EXPECT_EQ(Slurp("fio_rw.bin"), "abc");
-
-    ASSERT_TRUE(f.Open("fio_rw.bin", Fileio::Append));
-    EXPECT_TRUE(f.Write("de", 2));
-    f.Close();
-    EXPECT_EQ(Slurp("fio_rw.bin"), "abcde");
-
-    ASSERT_TRUE(f.Open("fio_rw.bin", Fileio::ReadWrite));
-    EXPECT_TRUE(f.Seek(1, 0));
-    EXPECT_TRUE(f.Write("X", 1));
-    EXPECT_EQ(f.GetFilePos(), 2);
+    EXPECT_FALSE(f.Open("", Fileio::ReadOnly) || f.Open("fio_missing.bin", Fileio::ReadOnly) ||
+                 f.Open("fio_modes.bin", static_cast<Fileio::OpenMode>(7)));
+    EXPECT_TRUE(f.Open("fio_modes.bin", Fileio::WriteOnly) && f.Write("abc", 3));  // truncates
+    // Opening closes the previous file first and starts at 0.
+    EXPECT_TRUE(f.Open("fio_modes.bin", Fileio::Append) && f.GetFilePos() == 0 && f.Write("de", 2));
     char c = 0;
-    EXPECT_TRUE(f.Read(&c, 1));
-    EXPECT_EQ(c, 'c');
+    EXPECT_TRUE(f.Open("fio_modes.bin", Fileio::ReadWrite) && f.Seek(1, 0) && f.Write("X", 1) &&
+                f.Read(&c, 1) && c == 'c');
     f.Close();
-    EXPECT_EQ(Slurp("fio_rw.bin"), "aXcde");
-    EXPECT_EQ(f.GetFilePos(), 0);
-}
-
-TEST(Fileio, ReadWriteNeedsOwnerWriteBit) {
-    Spit("fio_ro.bin", "data");
-    ASSERT_EQ(chmod("fio_ro.bin", 0444), 0);
-    Fileio f;
-    ASSERT_TRUE(f.Open("fio_ro.bin", Fileio::ReadOnly));
-    int before = f.fd;
-    f.Close();
-    // Refused even for a privileged user, and no descriptor is taken.
-    EXPECT_FALSE(f.Open("fio_ro.bin", Fileio::ReadWrite));
+    std::ifstream in("fio_modes.bin");
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), "aXcde");
+    // Read-write needs the owner-write bit, even for root; refused, it takes no descriptor.
+    ASSERT_EQ(chmod("fio_modes.bin", 0444), 0);
+    ASSERT_TRUE(f.Open("fio_modes.bin", Fileio::ReadOnly));
+    const int next = f.fd;
+    EXPECT_FALSE(f.Open("fio_modes.bin", Fileio::ReadWrite));
     EXPECT_EQ(f.fd, -1);
-    Fileio g;
-    ASSERT_TRUE(g.Open("fio_ro.bin", Fileio::ReadOnly));
-    EXPECT_EQ(g.fd, before);
-    g.Close();
-    ASSERT_EQ(chmod("fio_ro.bin", 0644), 0);
-    EXPECT_TRUE(f.Open("fio_ro.bin", Fileio::ReadWrite));
-}
-
-TEST(Fileio, ReadIsAllOrNothing) {
-    Spit("fio_short.bin", "12345");
-    Fileio f;
-    ASSERT_TRUE(f.Open("fio_short.bin", Fileio::ReadOnly));
-    char buf[8] = {};
-    EXPECT_TRUE(f.Read(buf, 3));
-    EXPECT_EQ(std::string(buf, 3), "123");
-    EXPECT_FALSE(f.Read(buf, 3));  // only two bytes left
-    EXPECT_FALSE(f.Read(buf, -1));
-    EXPECT_TRUE(f.Read(buf, 0));
-    Fileio closed;
-    EXPECT_FALSE(closed.Read(buf, 1));
-    EXPECT_FALSE(closed.Write(buf, 1));
+    EXPECT_TRUE(f.Open("fio_modes.bin", Fileio::ReadOnly));
+    EXPECT_EQ(f.fd, next);
 }
 
 TEST(Fileio, SeekRules) {
     Spit("fio_seek.bin", "abcdefghij");
     Fileio f;
+    EXPECT_TRUE(f.Seek(0, 0));  // no move needed: true even without a file
+    EXPECT_FALSE(f.Seek(1, 0));
     ASSERT_TRUE(f.Open("fio_seek.bin", Fileio::ReadOnly));
-    EXPECT_TRUE(f.Seek(4, 0));
-    EXPECT_EQ(f.GetFilePos(), 4);
-    EXPECT_TRUE(f.Seek(2, 1));
-    EXPECT_EQ(f.GetFilePos(), 6);
-    char c = 0;
-    ASSERT_TRUE(f.Read(&c, 1));
-    EXPECT_EQ(c, 'g');
-    EXPECT_TRUE(f.Seek(-3, 1));
-    ASSERT_TRUE(f.Read(&c, 1));
-    EXPECT_EQ(c, 'e');
-    EXPECT_TRUE(f.Seek(0, 1));  // no move
-    EXPECT_FALSE(f.Seek(-100, 1));
-    EXPECT_EQ(f.GetFilePos(), 5);
-    EXPECT_FALSE(f.Seek(INT64_MAX, 1));  // overflowing target
-    EXPECT_EQ(f.GetFilePos(), 5);
-
+    const std::tuple<int64_t, int, bool, int64_t> steps[] = {
+        // {offset, relative, result, position after}
+        {4, 0, true, 4},     {2, 1, true, 6},          {-3, 1, true, 3}, {0, 1, true, 3},
+        {-100, 1, false, 3}, {INT64_MAX, 1, false, 3}, {7, 0, true, 7},
+    };
+    for (const auto& [offset, relative, ok, after] : steps) {
+        EXPECT_EQ(f.Seek(offset, relative), ok) << offset;
+        EXPECT_EQ(f.GetFilePos(), after) << offset;
+    }
     EXPECT_EQ(f.GetFileSize(), 10);
-    EXPECT_EQ(f.GetFilePos(), 5);
-    ASSERT_TRUE(f.Read(&c, 1));
-    EXPECT_EQ(c, 'f');  // the descriptor went back to the tracked position
+    char c = 0;  // the size query went back to the tracked position
+    EXPECT_TRUE(f.Read(&c, 1) && c == 'h');
 }
 
-TEST(Fileio, LoadAndSaveTransferExactCounts) {
-    Filepath p;
-    p.SetPath("fio_loadsave.bin");
+TEST(Fileio, TransfersAreAllOrNothing) {
+    Filepath p, bad;
+    p.SetPath("fio_load.bin");
+    bad.SetPath("fio_no_such_dir/x.bin");
     Fileio f;
-    const char text[] = "hello world";
-    EXPECT_TRUE(f.Save(p, text, 11));
-    EXPECT_FALSE(f.IsOpen());
-    EXPECT_EQ(Slurp("fio_loadsave.bin"), "hello world");
-    char buf[32] = {};
-    EXPECT_TRUE(f.Load(p, buf, 11));
-    EXPECT_EQ(std::string(buf), "hello world");
-    EXPECT_FALSE(f.Load(p, buf, 12));
-    EXPECT_FALSE(f.IsOpen());
-    Filepath missing;
-    missing.SetPath("fio_no_such_dir/x.bin");
-    EXPECT_FALSE(f.Save(missing, text, 1));
+    char buf[8] = {};
+    EXPECT_TRUE(f.Save(p, "hello", 5));
+    EXPECT_FALSE(f.Save(bad, "x", 1));
+    EXPECT_TRUE(f.Load(p, buf, 5));
+    EXPECT_STREQ(buf, "hello");
+    EXPECT_FALSE(f.Load(p, buf, 6));
+    ASSERT_TRUE(f.Open(p, Fileio::ReadOnly) && f.Read(buf, 3));
+    EXPECT_FALSE(f.Read(buf, 3));  // two bytes left
+    EXPECT_FALSE(f.Read(buf, -1));
 }
 
 TEST(Fileio, ReadLineKeepsNewlineAndCutsLongLines) {
@@ -151,34 +117,27 @@ TEST(Fileio, ReadLineKeepsNewlineAndCutsLongLines) {
     Fileio f;
     ASSERT_TRUE(f.Open("fio_lines.bin", Fileio::ReadOnly));
     char buf[8];
-    ASSERT_TRUE(f.ReadLine(buf, sizeof(buf)));
-    EXPECT_STREQ(buf, "first\n");
-    ASSERT_TRUE(f.ReadLine(buf, sizeof(buf)));
-    EXPECT_STREQ(buf, "second ");  // size - 1 bytes at most
-    ASSERT_TRUE(f.ReadLine(buf, sizeof(buf)));
-    EXPECT_STREQ(buf, "line\n");
-    ASSERT_TRUE(f.ReadLine(buf, sizeof(buf)));
-    EXPECT_STREQ(buf, "end");
+    for (const char* want : {"first\n", "second ", "line\n", "end"}) {
+        EXPECT_TRUE(f.ReadLine(buf, sizeof(buf)));
+        EXPECT_STREQ(buf, want);
+    }
     EXPECT_FALSE(f.ReadLine(buf, sizeof(buf)));
     EXPECT_STREQ(buf, "");
-    EXPECT_FALSE(f.ReadLine(buf, 0));
 }
 
 TEST(Fileio, IsExistAndListEntries) {
     ASSERT_TRUE(mkdir("fio_list", 0755) == 0 || Fileio::IsExist("fio_list") == 0);
     for (const char* n : {"fio_list/b.zeb", "fio_list/a.zeb", "fio_list/c.hfe", "fio_list/B.zeb"})
         Spit(n, "x");
-    EXPECT_EQ(Fileio::IsExist("fio_list"), 0);
-    EXPECT_EQ(Fileio::IsExist("fio_list/a.zeb"), 1);
-    EXPECT_EQ(Fileio::IsExist("fio_list/none"), -1);
-    EXPECT_EQ(Fileio::IsExist("/dev/null"), -1);
-
+    EXPECT_EQ((std::vector<int>{Fileio::IsExist("fio_list"), Fileio::IsExist("fio_list/a.zeb"),
+                                Fileio::IsExist("fio_list/none"), Fileio::IsExist("/dev/null")}),
+              (std::vector<int>{0, 1, -1, -1}));
     char names[8][260];
     ASSERT_EQ(Fileio::ListEntries("fio_list", ".zeb", names, 8), 3);
-    EXPECT_STREQ(names[0], "B.zeb");
-    EXPECT_STREQ(names[1], "a.zeb");
-    EXPECT_STREQ(names[2], "b.zeb");
+    EXPECT_EQ((Strings{names[0], names[1], names[2]}), (Strings{"B.zeb", "a.zeb", "b.zeb"}));
     EXPECT_EQ(Fileio::ListEntries("fio_list", nullptr, names, 8), 4);
     EXPECT_EQ(Fileio::ListEntries("fio_list", "", names, 2), 2);
     EXPECT_EQ(Fileio::ListEntries("fio_list_missing", nullptr, names, 8), 0);
 }
+
+}  // namespace
