@@ -39,4 +39,6 @@ run(${ZEBSAMPLE} sample.d88)
 run(${ZEBCONV} -i sample.d88 -o sample-d88.zeb)
 run(${ZEBCONV} -i sample-d88.zeb -o back.d88 -a mb8877)
 same(sample.d88 back.d88)
+# What is on the D88 disk, and a picture of it.
+run(${ZEBSCAN} --tracks 0-2 --map sample.svg sample.d88)
 message("\nDemo finished: every conversion reproduced its source.")
