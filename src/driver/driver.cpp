@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "driver/properties.h"
 #include "zebdisk/zebdisk.h"
 
 int32_t rawmode;
@@ -24,31 +25,8 @@ void ErrorText(const char* text) {
     std::fflush(stderr);
 }
 
-const char* TypeName(int type) {
-    switch (type) {
-        case ZEB_2D:
-            return "2D";
-        case ZEB_2DD:
-            return "2DD";
-        case ZEB_2HD:
-            return "2HD";
-        case ZEB_RAW:
-            return "RAW";
-        default:
-            return "UNKNOWN";
-    }
-}
-
 void PrintProperties(const ZEBDisk& disk) {
-    char name[zebhdr::kNameLen];
-    std::printf("DIsk Type          : ");
-    std::printf("%s\n", TypeName(disk.Type()));
-    std::printf("Name               : %s\n", disk.GetName(name));
-    std::printf("Cylinders          : %d\n", disk.Cylinders());
-    std::printf("Heads              : %d\n", disk.Heads());
-    std::printf("Rate               : %d kbps\n", disk.Rate());
-    std::printf("RPM                : %d\n", disk.Rpm());
-    std::printf("Write Protect      : %s\n", disk.HeaderInt(zebhdr::kWriteProtect) ? "ON" : "OFF");
+    std::fputs(PropertyBlock(ReadProperties(disk)).c_str(), stdout);
 }
 
 // First letter of an option value, upper-cased by clearing bit 5.

@@ -133,14 +133,14 @@ std::string ScanJson(const ScanReport& rep) {
         o.Str("file", rep.path);
         {
             Obj d(out.append(",\"disk\":"));
-            d.Int("type", rep.type);
-            d.Str("typeName", DiskTypeName(rep.type));
-            d.Str("name", rep.name);
-            d.Int("cylinders", rep.cylinders);
-            d.Int("heads", rep.heads);
-            d.Int("rate", rep.rate);
-            d.Int("rpm", rep.rpm);
-            d.Bool("writeProtect", rep.writeProtect);
+            d.Int("type", rep.disk.type);
+            d.Str("typeName", DiskTypeName(rep.disk.type));
+            d.Str("name", rep.disk.name);
+            d.Int("cylinders", rep.disk.cylinders);
+            d.Int("heads", rep.disk.heads);
+            d.Int("rate", rep.disk.rate);
+            d.Int("rpm", rep.disk.rpm);
+            d.Bool("writeProtect", rep.disk.writeProtect);
         }
         o.Str("analyzeMode", rep.mode ? "mb8877" : "upd765");
         out += ",\"tracks\":[";

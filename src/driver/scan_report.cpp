@@ -163,18 +163,11 @@ bool LoadScanImage(const std::string& path, int diskno, ZEBDisk* disk) {
 ScanReport BuildScanReport(ZEBDisk& disk, const ScanOptions& opt, const ScanProgress& progress) {
     ScanReport rep;
     rep.path = opt.image;
-    char name[zebhdr::kNameLen + 1] = {};
-    rep.type = disk.Type();
-    rep.name = disk.GetName(name);
-    rep.cylinders = disk.Cylinders();
-    rep.heads = disk.Heads();
-    rep.rate = disk.Rate();
-    rep.rpm = disk.Rpm();
-    rep.writeProtect = disk.HeaderInt(zebhdr::kWriteProtect) != 0;
+    rep.disk = ReadProperties(disk);
     rep.mode = opt.mode;
 
-    const int lastCyl = std::min({opt.lastCyl, rep.cylinders - 1, ZEBDisk::kMaxCylinders - 1});
-    const int heads = std::min(rep.heads, ZEBDisk::kMaxHeads);
+    const int lastCyl = std::min({opt.lastCyl, rep.disk.cylinders - 1, ZEBDisk::kMaxCylinders - 1});
+    const int heads = std::min(rep.disk.heads, ZEBDisk::kMaxHeads);
     std::vector<std::pair<int, int>> wanted;
     for (int c = std::max(opt.firstCyl, 0); c <= lastCyl; ++c)
         for (int h = 0; h < heads; ++h)
@@ -192,21 +185,6 @@ ScanReport BuildScanReport(ZEBDisk& disk, const ScanOptions& opt, const ScanProg
     FindMissing(rep.tracks);
     rep.summary = Summarise(rep.tracks);
     return rep;
-}
-
-const char* DiskTypeName(int type) {
-    switch (type) {
-        case ZEB_2D:
-            return "2D";
-        case ZEB_2DD:
-            return "2DD";
-        case ZEB_2HD:
-            return "2HD";
-        case ZEB_RAW:
-            return "RAW";
-        default:
-            return "UNKNOWN";
-    }
 }
 
 const char* DensityName(Density d) {

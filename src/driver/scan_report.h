@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "driver/properties.h"
 #include "driver/scan_options.h"
 
 class ZEBDisk;
@@ -58,11 +59,7 @@ struct ScanSummary {
 
 struct ScanReport {
     std::string path;
-    // The disk's properties as the header holds them.
-    int type = 0;
-    std::string name;
-    int cylinders = 0, heads = 0, rate = 0, rpm = 0;
-    bool writeProtect = false;
+    DiskProperties disk;  // as the header holds them
     int mode = 0;
     std::vector<TrackFacts> tracks;  // cylinder-major, head-minor
     ScanSummary summary;
@@ -77,7 +74,6 @@ using ScanProgress = std::function<void(int done, int total)>;
 // Analyses the selected tracks of an initialised disk.
 ScanReport BuildScanReport(ZEBDisk& disk, const ScanOptions& opt, const ScanProgress& progress);
 
-const char* DiskTypeName(int type);
 const char* DensityName(Density d);
 SectorState StateOf(const SectorFacts& s);
 bool TimingFlagged(const SectorFacts& s);

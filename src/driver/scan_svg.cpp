@@ -2,22 +2,10 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdarg>
-#include <cstdio>
 
 namespace {
 
 constexpr double kPi = 3.14159265358979323846;
-
-void Append(std::string& out, const char* fmt, ...) __attribute__((format(printf, 2, 3)));
-void Append(std::string& out, const char* fmt, ...) {
-    char buf[768];
-    va_list ap;
-    va_start(ap, fmt);
-    const int n = std::vsnprintf(buf, sizeof(buf), fmt, ap);
-    va_end(ap);
-    if (n > 0) out.append(buf, static_cast<size_t>(std::min<int>(n, sizeof(buf) - 1)));
-}
 
 std::string Escaped(const std::string& s) {
     std::string out;
@@ -64,13 +52,13 @@ void Segment(std::string& out, MapPoint c, double rIn, double rOut, double a0, d
     const MapPoint i0 = At(c, rIn, a0), i1 = At(c, rIn, a1);
     const int large = a1 - a0 > 0.5 ? 1 : 0;
     const SectorState st = StateOf(s);
-    Append(out,
-           "<path class=\"sector\" data-c=\"%d\" data-h=\"%d\" data-r=\"%d\" fill=\"%s\" "
-           "d=\"M%.2f %.2fA%.2f %.2f 0 %d 1 %.2f %.2fL%.2f %.2fA%.2f %.2f 0 %d 0 %.2f %.2fZ\">"
-           "<title>%d.%d R%d (C%d H%d N%d): %s</title></path>\n",
-           t.cylinder, t.head, s.r, StateColour(st), o0.x, o0.y, rOut, rOut, large, o1.x, o1.y,
-           i1.x, i1.y, rIn, rIn, large, i0.x, i0.y, t.cylinder, t.head, s.r, s.c, s.h, s.n,
-           StateName(st));
+    AppendF(out,
+            "<path class=\"sector\" data-c=\"%d\" data-h=\"%d\" data-r=\"%d\" fill=\"%s\" "
+            "d=\"M%.2f %.2fA%.2f %.2f 0 %d 1 %.2f %.2fL%.2f %.2fA%.2f %.2f 0 %d 0 %.2f %.2fZ\">"
+            "<title>%d.%d R%d (C%d H%d N%d): %s</title></path>\n",
+            t.cylinder, t.head, s.r, StateColour(st), o0.x, o0.y, rOut, rOut, large, o1.x, o1.y,
+            i1.x, i1.y, rIn, rIn, large, i0.x, i0.y, t.cylinder, t.head, s.r, s.c, s.h, s.n,
+            StateName(st));
 }
 
 }  // namespace
@@ -142,16 +130,16 @@ MapPoint MapLayout::SectorCentre(const TrackFacts& t, size_t i) const {
 std::string ScanSvg(const ScanReport& rep) {
     const MapLayout map(rep);
     std::string out;
-    Append(out,
-           "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
-           "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"%d\" height=\"%d\" "
-           "viewBox=\"0 0 %d %d\" font-family=\"sans-serif\" font-size=\"14\">\n"
-           "<rect width=\"100%%\" height=\"100%%\" fill=\"#ffffff\"/>\n",
-           map.Width(), map.Height(), map.Width(), map.Height());
-    Append(out,
-           "<text x=\"10\" y=\"24\" font-size=\"16\">%s  %s, %d cylinders, %d heads, %s</text>\n",
-           Escaped(rep.path).c_str(), DiskTypeName(rep.type), rep.cylinders, rep.heads,
-           rep.mode ? "MB8877" : "uPD765");
+    AppendF(out,
+            "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+            "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"%d\" height=\"%d\" "
+            "viewBox=\"0 0 %d %d\" font-family=\"sans-serif\" font-size=\"14\">\n"
+            "<rect width=\"100%%\" height=\"100%%\" fill=\"#ffffff\"/>\n",
+            map.Width(), map.Height(), map.Width(), map.Height());
+    AppendF(out,
+            "<text x=\"10\" y=\"24\" font-size=\"16\">%s  %s, %d cylinders, %d heads, %s</text>\n",
+            Escaped(rep.path).c_str(), DiskTypeName(rep.disk.type), rep.disk.cylinders,
+            rep.disk.heads, rep.mode ? "MB8877" : "uPD765");
 
     bool labelled[2] = {false, false};
     for (const auto& t : rep.tracks) {
@@ -160,15 +148,15 @@ std::string ScanSvg(const ScanReport& rep) {
         map.Ring(t, &c, &rIn, &rOut);
         if (!labelled[t.head & 1]) {
             labelled[t.head & 1] = true;
-            Append(out, "<text x=\"%.0f\" y=\"%.0f\" text-anchor=\"middle\">Head %d</text>\n", c.x,
-                   c.y + 4, t.head);
+            AppendF(out, "<text x=\"%.0f\" y=\"%.0f\" text-anchor=\"middle\">Head %d</text>\n", c.x,
+                    c.y + 4, t.head);
         }
         const bool formatted = t.density != Density::kUnformatted;
-        Append(out,
-               "<circle class=\"%s\" data-c=\"%d\" data-h=\"%d\" cx=\"%.2f\" cy=\"%.2f\" "
-               "r=\"%.2f\" fill=\"none\" stroke=\"%s\" stroke-width=\"%.2f\"/>\n",
-               formatted ? "track" : "unformatted", t.cylinder, t.head, c.x, c.y, (rIn + rOut) / 2,
-               formatted ? kGapColour : kUnformattedColour, rOut - rIn);
+        AppendF(out,
+                "<circle class=\"%s\" data-c=\"%d\" data-h=\"%d\" cx=\"%.2f\" cy=\"%.2f\" "
+                "r=\"%.2f\" fill=\"none\" stroke=\"%s\" stroke-width=\"%.2f\"/>\n",
+                formatted ? "track" : "unformatted", t.cylinder, t.head, c.x, c.y, (rIn + rOut) / 2,
+                formatted ? kGapColour : kUnformattedColour, rOut - rIn);
         for (size_t i = 0; i < t.sectors.size(); ++i) {
             double a0, a1;
             map.SectorTurns(t, i, &a0, &a1);
@@ -191,10 +179,10 @@ std::string ScanSvg(const ScanReport& rep) {
     int x = 10;
     out += "<g class=\"legend\">\n";
     for (const auto& k : keys) {
-        Append(out,
-               "<rect x=\"%d\" y=\"%d\" width=\"18\" height=\"18\" fill=\"%s\" stroke=\"#000000\" "
-               "stroke-width=\"0.5\"/><text x=\"%d\" y=\"%d\">%s</text>\n",
-               x, y, k.colour, x + 24, y + 14, k.label);
+        AppendF(out,
+                "<rect x=\"%d\" y=\"%d\" width=\"18\" height=\"18\" fill=\"%s\" stroke=\"#000000\" "
+                "stroke-width=\"0.5\"/><text x=\"%d\" y=\"%d\">%s</text>\n",
+                x, y, k.colour, x + 24, y + 14, k.label);
         x += 130;
         if (x + 120 > map.Width()) {
             x = 10;

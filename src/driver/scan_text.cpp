@@ -1,24 +1,10 @@
 // The default listing: the converter's property block, one line per track and
 // a summary.
-#include <algorithm>
-#include <cstdarg>
-#include <cstdio>
-
 #include "driver/scan_report.h"
 #include "track/vsector.h"
 #include "track/vtrack.h"
 
 namespace {
-
-void Append(std::string& out, const char* fmt, ...) __attribute__((format(printf, 2, 3)));
-void Append(std::string& out, const char* fmt, ...) {
-    char buf[512];
-    va_list ap;
-    va_start(ap, fmt);
-    const int n = std::vsnprintf(buf, sizeof(buf), fmt, ap);
-    va_end(ap);
-    if (n > 0) out.append(buf, static_cast<size_t>(std::min<int>(n, sizeof(buf) - 1)));
-}
 
 // R, then the C/H/N values that differ from the track's usual ones, then flags.
 std::string SectorToken(const TrackFacts& t, const SectorFacts& s) {
@@ -38,9 +24,9 @@ std::string SectorToken(const TrackFacts& t, const SectorFacts& s) {
 }
 
 void TrackLine(std::string& out, const TrackFacts& t) {
-    Append(out, "%2d.%d  %-11s %3d", t.cylinder, t.head, DensityName(t.density),
-           static_cast<int>(t.sectors.size()));
-    if (!t.sectors.empty()) Append(out, "  C%d H%d N%d :", t.usualC, t.usualH, t.usualN);
+    AppendF(out, "%2d.%d  %-11s %3d", t.cylinder, t.head, DensityName(t.density),
+            static_cast<int>(t.sectors.size()));
+    if (!t.sectors.empty()) AppendF(out, "  C%d H%d N%d :", t.usualC, t.usualH, t.usualN);
     for (const auto& s : t.sectors) out += ' ' + SectorToken(t, s);
     if (!t.missing.empty()) {
         out += "  missing";
@@ -68,16 +54,10 @@ void TrackLine(std::string& out, const TrackFacts& t) {
 
 std::string ScanText(const ScanReport& rep) {
     std::string out;
-    Append(out, "Input file         : %s\n", rep.path.c_str());
-    Append(out, "DIsk Type          : %s\n", DiskTypeName(rep.type));
-    Append(out, "Name               : %s\n", rep.name.c_str());
-    Append(out, "Cylinders          : %d\n", rep.cylinders);
-    Append(out, "Heads              : %d\n", rep.heads);
-    Append(out, "Rate               : %d kbps\n", rep.rate);
-    Append(out, "RPM                : %d\n", rep.rpm);
-    Append(out, "Write Protect      : %s\n", rep.writeProtect ? "ON" : "OFF");
+    AppendF(out, "Input file         : %s\n", rep.path.c_str());
+    out += PropertyBlock(rep.disk);
     out += '\n';
-    Append(out, "Analyze mode       : %s\n\n", rep.mode ? "MB8877" : "uPD765");
+    AppendF(out, "Analyze mode       : %s\n\n", rep.mode ? "MB8877" : "uPD765");
 
     out += "Track Density     Sec  Usual IDs : Sectors in track order\n";
     // Runs of blank tracks (a disk's unused cylinders) take one line.
@@ -90,8 +70,9 @@ std::string ScanText(const ScanReport& rep) {
         if (j == i) {
             TrackLine(out, tracks[i]);
         } else {
-            Append(out, "%2d.%d .. %d.%d  unformatted (%d tracks)\n", tracks[i].cylinder,
-                   tracks[i].head, tracks[j].cylinder, tracks[j].head, static_cast<int>(j - i + 1));
+            AppendF(out, "%2d.%d .. %d.%d  unformatted (%d tracks)\n", tracks[i].cylinder,
+                    tracks[i].head, tracks[j].cylinder, tracks[j].head,
+                    static_cast<int>(j - i + 1));
         }
         i = j + 1;
     }
@@ -100,17 +81,17 @@ std::string ScanText(const ScanReport& rep) {
         "       f FM sector on a mixed track, t timing deviation\n\n";
 
     const ScanSummary& m = rep.summary;
-    Append(out, "Tracks             : %d scanned, %d formatted, %d unformatted\n", m.tracks,
-           m.formatted, m.unformatted);
-    Append(out, "Track densities    : %d MFM, %d FM, %d mixed\n", m.mfmTracks, m.fmTracks,
-           m.mixedTracks);
-    Append(out, "Sectors            : %d found (%d MFM, %d FM)\n", m.sectors, m.mfmSectors,
-           m.fmSectors);
-    Append(out, "Sectors good       : %d\n", m.good);
-    Append(out, "Sectors bad        : %d (%d ID CRC, %d data CRC, %d no data mark)\n", m.bad,
-           m.idCrc, m.dataCrc, m.noData);
-    Append(out, "Sectors missing    : %d\n", m.missing);
-    Append(out, "Sectors deleted    : %d\n", m.deleted);
-    Append(out, "Timing deviations  : %d\n", m.timing);
+    AppendF(out, "Tracks             : %d scanned, %d formatted, %d unformatted\n", m.tracks,
+            m.formatted, m.unformatted);
+    AppendF(out, "Track densities    : %d MFM, %d FM, %d mixed\n", m.mfmTracks, m.fmTracks,
+            m.mixedTracks);
+    AppendF(out, "Sectors            : %d found (%d MFM, %d FM)\n", m.sectors, m.mfmSectors,
+            m.fmSectors);
+    AppendF(out, "Sectors good       : %d\n", m.good);
+    AppendF(out, "Sectors bad        : %d (%d ID CRC, %d data CRC, %d no data mark)\n", m.bad,
+            m.idCrc, m.dataCrc, m.noData);
+    AppendF(out, "Sectors missing    : %d\n", m.missing);
+    AppendF(out, "Sectors deleted    : %d\n", m.deleted);
+    AppendF(out, "Timing deviations  : %d\n", m.timing);
     return out;
 }
