@@ -1,189 +1,213 @@
+// Images in and out of the track-level disk: sector images through the
+// encoder and decoder, and HFE files, whose header, track list and interleaved
+// bit-reversed pieces are checked byte by byte and built independently here.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <algorithm>
-#include <cstdint>
 #include <cstring>
-#include <fstream>
-#include <iterator>
-#include <random>
-#include <string>
-#include <vector>
+#include <functional>
+#include <tuple>
 
-#include "fileio/filepath.h"
+#include "track/decoder_stream.h"
 #include "vdisk/vdisk.h"
 #include "zebdisk/zebdisk.h"
+#include "zebdisk/zebdisk_file_builder.h"
+
+using namespace zebtest;
 
 namespace {
 
-void WriteFile(const std::string& name, const std::vector<uint8_t>& data) {
-    chmod(name.c_str(), 0644);  // a name protected by an earlier run
-    std::ofstream f(name, std::ios::binary | std::ios::trunc);
-    f.write(reinterpret_cast<const char*>(data.data()), static_cast<std::streamsize>(data.size()));
-}
-
-std::vector<uint8_t> ReadFile(const std::string& name) {
-    std::ifstream f(name, std::ios::binary);
-    return std::vector<uint8_t>(std::istreambuf_iterator<char>(f), {});
-}
-
-Filepath PathOf(const std::string& name) {
-    Filepath p;
-    p.SetPath(name.c_str());
-    return p;
-}
-
-std::vector<uint8_t> RandomImage(size_t size, uint32_t seed) {
-    std::mt19937 rng(seed);
-    std::vector<uint8_t> v(size);
-    for (auto& b : v) b = static_cast<uint8_t>(rng());
-    return v;
-}
-
-std::string NameOf(const ZEBDisk& d) {
-    char buf[zebhdr::kNameLen];
-    return d.GetName(buf);
-}
-
-TEST(BridgeImport, MediumRpmNameAndProtectionFromPlainImages) {
-    struct Case {
-        const char* file;
-        size_t size;
-        bool readOnly;
-        int type;
-        int rate;
-        int rpm;
-        int usedCylinders;
-    };
-    const Case cases[] = {
-        {"br_imp.hdm", 1261568, false, ZEB_2HD, 1000, 360, 77},
-        {"br_imp.2hc", 1228800, true, ZEB_2HD, 1000, 360, 80},
-        {"br_imp.2hq", 1474560, false, ZEB_2HD, 1000, 300, 80},
-        {"br_imp.2dd", 737280, true, ZEB_2DD, 500, 300, 80},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.file);
-        WriteFile(c.file, RandomImage(c.size, 1));
-        ASSERT_EQ(chmod(c.file, c.readOnly ? 0444 : 0644), 0);
-        ZEBDisk d;
-        ASSERT_TRUE(d.Import(PathOf(c.file), 1));
-        EXPECT_EQ(d.initialized, 1);
-        EXPECT_EQ(d.Type(), c.type);
-        EXPECT_EQ(d.Rate(), c.rate);
-        EXPECT_EQ(d.Rpm(), c.rpm);
-        EXPECT_EQ(d.Cylinders(), 84);
-        EXPECT_EQ(d.Heads(), 2);
-        EXPECT_EQ(NameOf(d), c.file);
-        EXPECT_EQ(d.HeaderInt(zebhdr::kWriteProtect), c.readOnly ? 1 : 0);
-        const int nominal = c.rate * 60000 / c.rpm;
-        EXPECT_EQ(d.GetTrackLen(0, 0), nominal);
-        // A formatted track starts with gap bytes; cylinders the image lacks stay blank.
-        const uint8_t* first = d.GetTrackData(0, 1);
-        EXPECT_NE(std::count(first, first + nominal / 8, 0), nominal / 8);
-        const uint8_t* blank = d.GetTrackData(c.usedCylinders, 0);
-        EXPECT_EQ(d.GetTrackLen(c.usedCylinders, 0), nominal);
-        EXPECT_EQ(std::count(blank, blank + nominal / 8, 0), nominal / 8);
+// A long first track (11000 units or more) marks a 300 rpm 2HD medium. Name and
+// write protection come from the file and travel on through a D88 image.
+TEST(Bridge, MediumRpmNameAndProtectionBothWays) {
+    for (const auto& [file, size, ro, type, rate, rpm] :
+         {std::tuple{"br_imp.hdm", 1261568, 0, ZEB_2HD, 1000, 360},
+          {"br_imp.2hc", 1228800, 1, ZEB_2HD, 1000, 360},
+          {"br_imp.2hq", 1474560, 1, ZEB_2HD, 1000, 300},
+          {"br_imp.2dd", 737280, 0, ZEB_2DD, 500, 300}}) {
+        SCOPED_TRACE(file);
+        Spit(file, dectest::Pattern(size, 1));
+        ASSERT_EQ(chmod(file, ro ? 0444 : 0644), 0);
+        ZEBDisk d, e;
+        VDisk v;
+        char n[2][zebhdr::kNameLen];
+        ASSERT_TRUE(d.Import(PathOf(file), 1));
+        EXPECT_EQ(std::tuple(d.Type(), d.Rate(), d.Rpm(), std::string(d.GetName(n[0])),
+                             d.HeaderInt(zebhdr::kWriteProtect)),
+                  std::tuple(type, rate, rpm, std::string(file), ro));
+        d.SetHeaderInt(zebhdr::kWriteProtect, ro * 7);
+        ASSERT_TRUE(d.Export(PathOf("br_imp.d88"), 0));
+        ASSERT_TRUE(v.Import(PathOf("br_imp.d88"), 1) && e.Import(PathOf("br_imp.d88"), 1));
+        EXPECT_EQ(std::tuple(std::string(v.name), v.writeProtect, std::string(e.GetName(n[1])),
+                             e.HeaderInt(zebhdr::kWriteProtect)),
+                  std::tuple(std::string(file), ro, std::string(file), ro));
     }
 }
 
-TEST(BridgeImport, FailuresLeaveTheDiskEmpty) {
-    WriteFile("br_bad.xyz", RandomImage(737280, 2));  // a plain size: read whatever the name
-    WriteFile("br_bad_size.xyz", RandomImage(1000, 2));
-    WriteFile("br_bad_size.d88", RandomImage(1000, 2));
-    const char* bad[] = {"br_bad_size.xyz", "br_bad_size.d88", "br_no_such_file.2dd",
-                         "br_no_such.hfe"};
-    for (const char* name : bad) {
-        SCOPED_TRACE(name);
-        ZEBDisk d;
-        ASSERT_TRUE(d.Import(PathOf("br_bad.xyz"), 1));
-        EXPECT_FALSE(d.Import(PathOf(name), 1));
-        EXPECT_EQ(d.initialized, 0);
-        EXPECT_EQ(d.GetTrackData(0, 0), nullptr);
-    }
-    ZEBDisk d;
-    EXPECT_FALSE(d.Import(Filepath(), 1));
-    EXPECT_FALSE(d.Export(PathOf("br_never.2dd"), 0));
-    EXPECT_FALSE(std::ifstream("br_never.2dd").good());
-}
-
-TEST(BridgeAnalyze, DecodesOneTrackOrRefusesOutsideTheDisk) {
-    const std::vector<uint8_t> image = RandomImage(737280, 3);
-    WriteFile("br_an.2dd", image);
-    ZEBDisk d;
-    EXPECT_EQ(d.Analyze(0, 0, 0), nullptr);
-    ASSERT_TRUE(d.Import(PathOf("br_an.2dd"), 1));
-    for (int mode : {0, 1}) {
-        for (auto [c, h] : {std::pair{0, 0}, std::pair{41, 1}, std::pair{79, 1}}) {
-            SCOPED_TRACE(testing::Message() << "mode " << mode << " c" << c << " h" << h);
-            std::unique_ptr<VTrack> t = d.Analyze(c, h, mode);
-            ASSERT_NE(t, nullptr);
-            ASSERT_EQ(t->SectorCount(), 9);
-            for (int r = 0; r < 9; r++) {
-                const VSector* s = t->GetSectorByIndex(r);
-                ASSERT_NE(s, nullptr);
-                EXPECT_EQ(s->idC, c);
-                EXPECT_EQ(s->idH, h);
-                EXPECT_EQ(s->idR, r + 1);
-                ASSERT_EQ(s->length, 512);
-                const size_t at =
-                    (static_cast<size_t>(c * 2 + h) * 9 + static_cast<size_t>(r)) * 512;
-                EXPECT_EQ(std::memcmp(s->data, image.data() + at, 512), 0);
-            }
-        }
-    }
-    // The blank cylinders the image lacks decode to nothing.
-    std::unique_ptr<VTrack> blank = d.Analyze(83, 1, 0);
-    ASSERT_NE(blank, nullptr);
-    EXPECT_EQ(blank->SectorCount(), 0);
-    EXPECT_EQ(d.Analyze(84, 0, 0), nullptr);
-    EXPECT_EQ(d.Analyze(0, 2, 0), nullptr);
-    EXPECT_EQ(d.Analyze(-1, 0, 0), nullptr);
-    EXPECT_EQ(d.Analyze(0, -1, 0), nullptr);
-}
-
-TEST(BridgeExport, RawDiskIsConvertedAndStaysConverted) {
-    const std::vector<uint8_t> image = RandomImage(737280, 4);
-    WriteFile("br_raw.2dd", image);
+TEST(BridgeExport, RawDiskIsExportedThroughCellsAndStaysConverted) {
+    const Bytes image = dectest::Pattern(737280, 4);
+    Spit("br_raw.2dd", image);
     ZEBDisk d;
     ASSERT_TRUE(d.Import(PathOf("br_raw.2dd"), 1));
     ASSERT_TRUE(d.ConvertRaw());
-    ASSERT_EQ(d.Type(), ZEB_RAW);
-    // A raw track decodes directly too.
-    std::unique_ptr<VTrack> t = d.Analyze(5, 0, 0);
-    ASSERT_NE(t, nullptr);
-    EXPECT_EQ(t->SectorCount(), 9);
-
     ASSERT_TRUE(d.Export(PathOf("br_raw_out.2DD"), 0));
-    EXPECT_TRUE(ReadFile("br_raw_out.2DD") == image);
-    EXPECT_EQ(d.Type(), ZEB_2DD);
-    EXPECT_EQ(d.Rate(), 500);
-    // Exporting again needs no further conversion and gives the same file.
-    ASSERT_TRUE(d.Export(PathOf("br_raw_out2.2dd"), 1));
-    EXPECT_TRUE(ReadFile("br_raw_out2.2dd") == image);
+    EXPECT_TRUE(Slurp("br_raw_out.2DD") == image);
+    EXPECT_EQ(std::tuple(d.Type(), d.Rate(), d.BlockSize()), std::tuple(ZEB_2DD, 500, 16384));
 }
 
-TEST(BridgeExport, NameAndWriteProtectionReachTheSectorImage) {
-    WriteFile("br_name.2hq", RandomImage(1474560, 5));
-    for (int wp : {0, 1}) {
-        SCOPED_TRACE(wp);
-        ZEBDisk d;
-        ASSERT_TRUE(d.Import(PathOf("br_name.2hq"), 1));
-        d.SetName("VOLUME-A");
-        d.SetHeaderInt(zebhdr::kWriteProtect, wp ? 7 : 0);
-        const std::string out = std::string("br_name_") + std::to_string(wp) + ".d88";
-        ASSERT_TRUE(d.Export(PathOf(out), 0));
-        VDisk v;
-        ASSERT_TRUE(v.Import(PathOf(out), 1));
-        EXPECT_STREQ(v.name, "VOLUME-A");
-        EXPECT_EQ(v.writeProtect, wp);
-        EXPECT_EQ(v.type, VDISK_2HD);
+uint8_t Flip(uint8_t b) {
+    uint8_t r = 0;
+    for (int i = 0; i < 8; i++) r = static_cast<uint8_t>(r | (((b >> i) & 1) << (7 - i)));
+    return r;
+}
 
-        // And back again into a fresh track-level disk.
-        ZEBDisk e;
-        ASSERT_TRUE(e.Import(PathOf(out), 1));
-        EXPECT_EQ(NameOf(e), "VOLUME-A");
-        EXPECT_EQ(e.HeaderInt(zebhdr::kWriteProtect), wp);
-        EXPECT_EQ(e.Rpm(), 300);
+void Put16(Bytes& f, size_t off, int v) {
+    f[off] = static_cast<uint8_t>(v), f[off + 1] = static_cast<uint8_t>(v >> 8);
+}
+
+// sides[s][c]: the cells of side s of cylinder c, first cell in the top bit.
+Bytes MakeHfe(int bitRate, const std::vector<Bytes> (&sides)[2]) {
+    Bytes f(1024, 0xFF);
+    std::memcpy(f.data(), "HXCPICFE\0", 9);
+    f[9] = static_cast<uint8_t>(sides[0].size());
+    Put16(f, 12, bitRate), Put16(f, 18, 1);
+    for (size_t c = 0; c < sides[0].size(); c++) {
+        const size_t per = sides[0][c].size(), block = f.size() / 512;
+        Put16(f, 512 + c * 4, static_cast<int>(block)),
+            Put16(f, 514 + c * 4, static_cast<int>(per * 2));
+        f.resize(f.size() + (per * 2 + 511) / 512 * 512, 0xFF);
+        for (size_t s = 0; s < 2; s++)
+            for (size_t i = 0; i < per; i++)
+                f[(block + i / 256) * 512 + s * 256 + i % 256] = Flip(sides[s][c][i]);
+    }
+    return f;
+}
+
+// Every track 64 bytes a side except the first.
+Bytes Uniform(int tracks, int bitRate, int firstPerSide) {
+    std::vector<Bytes> sides[2];
+    for (int c = 0; c < tracks; c++)
+        for (auto& s : sides) s.push_back(dectest::Pattern(c ? 64 : firstPerSide, c));
+    return MakeHfe(bitRate, sides);
+}
+
+TEST(HfeExport, HeaderAndTrackListByteByByte) {
+    for (const auto& [type, rpm, wp, cyls, bitRate, mode, length] :
+         {std::tuple{ZEB_2HD, 360, 0, 84, 500, 1, 41666},
+          {ZEB_2HD, 300, 1, 84, 500, 1, 50000},
+          {ZEB_2DD, 300, 0, 84, 250, 7, 25000},
+          {ZEB_2D, 300, 1, 42, 250, 7, 25000}}) {
+        SCOPED_TRACE(length * 10 + type);
+        ZEBDisk d;
+        ASSERT_TRUE(d.Init(type, 0, rpm, 0));
+        d.SetHeaderInt(zebhdr::kWriteProtect, wp);
+        ASSERT_TRUE(d.ExportHFE(PathOf("hfe_hdr.hfe")));
+        Bytes want = {'H', 'X', 'C', 'P', 'I', 'C', 'F', 'E', 0, static_cast<uint8_t>(cyls), 2, 0};
+        want.resize(1024, 0xFF);
+        Put16(want, 12, bitRate), Put16(want, 14, rpm), Put16(want, 18, 1);
+        want[16] = static_cast<uint8_t>(mode), want[17] = 1, want[20] = wp ? 0 : 0xFF;
+        const int blocks = (length + 511) / 512;
+        for (int c = 0; c < cyls; c++)
+            Put16(want, 512 + c * 4, 2 + c * blocks), Put16(want, 514 + c * 4, length);
+        const Bytes f = Slurp("hfe_hdr.hfe");
+        ASSERT_EQ(f.size(), 1024u + static_cast<size_t>(cyls * blocks) * 512);
+        EXPECT_TRUE(Bytes(f.begin(), f.begin() + 1024) == want);
+    }
+}
+
+// Cylinder 3: heads of different lengths; 4: 512 bytes a side, so the last
+// piece is written as zeros; 5: nothing on head 0.
+TEST(HfeExport, SidesInterleavedBitReversedAtTheShorterLength) {
+    ZEBDisk d;
+    ASSERT_TRUE(d.Init(ZEB_2DD, 0, 0, 0));
+    d.SetHeaderInt(zebhdr::kCylinders, 7);
+    for (int t = 0; t < 14; t++)
+        std::memcpy(d.GetTrackData(t / 2, t % 2), dectest::Pattern(12800, t).data(), 12800);
+    const int lengths[] = {90000, 80003, 512 * 8, 512 * 8 + 5, 0, 100000};
+    for (int i = 0; i < 6; i++) d.SetRecordInt(6 + i, zebrec::kBitLength, lengths[i]);
+    ASSERT_TRUE(d.ExportHFE(PathOf("hfe_interleave.hfe")));
+    Bytes want(1024);
+    for (int c = 0; c < 7; c++) {
+        const size_t per =
+            static_cast<size_t>(std::min(d.GetTrackLen(c, 0), d.GetTrackLen(c, 1)) / 8);
+        const size_t pieces = (per + 255) / 256;
+        for (size_t i = 0; i < pieces * 512; i++) {
+            const size_t k = i % 256, piece = i / 512;
+            const bool cut = piece == pieces - 1 && k >= per % 256;
+            want.push_back(cut ? 0 : Flip(d.GetTrackData(c, i / 256 % 2)[piece * 256 + k]));
+        }
+    }
+    const Bytes f = Slurp("hfe_interleave.hfe");
+    ASSERT_EQ(f.size(), want.size());
+    EXPECT_TRUE(std::equal(f.begin() + 1024, f.end(), want.begin() + 1024));
+}
+
+// Under 43 tracks always 2D; E = K / (first length x 4) picks the rpm, a tie 360.
+TEST(HfeImport, MediumAndRpmFromTrackCountBitRateAndFirstLength) {
+    for (const auto& [tracks, bitRate, firstPerSide, type, rate, rpm] :
+         {std::tuple{42, 500, 12500, ZEB_2D, 500, 300},
+          {40, 250, 10417, ZEB_2D, 500, 360},
+          {80, 250, 12500, ZEB_2DD, 500, 300},
+          {80, 250, 6250, ZEB_2DD, 500, 360},
+          {43, 250, 11363, ZEB_2DD, 500, 360},
+          {43, 250, 11364, ZEB_2DD, 500, 300},
+          {80, 500, 25000, ZEB_2HD, 1000, 300},
+          {84, 300, 20833, ZEB_2HD, 1000, 360}}) {
+        Spit("hfe_medium.hfe", Uniform(tracks, bitRate, firstPerSide));
+        ZEBDisk d;
+        ASSERT_TRUE(d.Import(PathOf("hfe_medium.hfe"), 1));
+        EXPECT_EQ(std::tuple(d.Type(), d.Rate(), d.Rpm(), d.GetTrackLen(0, 1)),
+                  std::tuple(type, rate, rpm, firstPerSide * 8))
+            << tracks << " " << firstPerSide;
+    }
+}
+
+TEST(HfeImport, HostileFilesAreRefused) {
+    const std::pair<const char*, std::function<void(Bytes&)>> cases[] = {
+        {"signature", [](Bytes& f) { f[7] = 'X'; }},
+        {"no tracks", [](Bytes& f) { f[9] = 0; }},
+        {"85 tracks", [](Bytes& f) { f[9] = 85; }},
+        {"list at block 0", [](Bytes& f) { Put16(f, 18, 0); }},
+        {"list past the end", [](Bytes& f) { Put16(f, 18, 0xFFFF); }},
+        {"track past the end", [](Bytes& f) { Put16(f, 512 + 10 * 4, 0xFFFF); }},
+        {"empty track", [](Bytes& f) { Put16(f, 512 + 40 * 4 + 2, 0); }},
+        {"track longer than the file", [](Bytes& f) { Put16(f, 512 + 79 * 4 + 2, 0xFFFF); }},
+        {"truncated data", [](Bytes& f) { f.resize(f.size() - 100); }},
+        {"truncated header", [](Bytes& f) { f.resize(25); }},
+    };
+    for (const auto& [what, mutate] : cases) {
+        SCOPED_TRACE(what);
+        Bytes f = Uniform(80, 250, 12500);
+        mutate(f);
+        Spit("hfe_bad.Hfe", f);
+        ZEBDisk d;
+        EXPECT_FALSE(d.Import(PathOf("hfe_bad.Hfe"), 1));
+    }
+}
+
+// Tracks written by a stream builder that shares no code with the encoder.
+TEST(HfeImport, IndependentlyWrittenTracksDecodeToTheirSectors) {
+    std::vector<Bytes> sides[2];
+    for (int t = 0; t < 8; t++) {
+        dectest::StreamBuilder b;
+        b.MfmHeader();
+        dectest::SectorSpec s;
+        s.c = static_cast<uint8_t>(t / 2), s.h = static_cast<uint8_t>(t % 2);
+        for (s.r = 1; s.r <= 9; s.r++) b.Sector((s.data = dectest::Pattern(512, t * 10 + s.r), s));
+        b.PadTo(100000, true);
+        sides[t % 2].push_back(b.Bytes());
+    }
+    Spit("hfe_indep.HFE", MakeHfe(250, sides));
+    ZEBDisk d;
+    ASSERT_TRUE(d.Import(PathOf("hfe_indep.HFE"), 1));
+    for (int t = 0; t < 8; t++) {
+        const std::unique_ptr<VTrack> v = d.Analyze(t / 2, t % 2, 0);
+        ASSERT_EQ(v->SectorCount(), 9) << t;
+        for (int r = 1; r <= 9; r++) {
+            const VSector* s = v->GetSectorByIndex(r - 1);
+            ASSERT_EQ(std::tuple(int{s->idR}, int{s->status}, s->length), std::tuple(r, 0, 512));
+            EXPECT_EQ(Bytes(s->data, s->data + 512), dectest::Pattern(512, t * 10 + r));
+        }
     }
 }
 
