@@ -16,6 +16,28 @@
 
 static_assert(sizeof(off_t) >= 8, "64-bit file offsets are required");
 
+namespace {
+
+// Moves size bytes between p and fd with io (read or write), going on after
+// interrupted and short transfers and advancing *pos; false on an error, at the
+// end of the file, or for a bad descriptor, size or buffer.
+template <class Byte, class Io>
+bool TransferAll(int fd, Byte* p, int size, int64_t* pos, Io io) {
+    if (fd < 0 || size < 0 || (size > 0 && !p)) return false;
+    size_t left = static_cast<size_t>(size);
+    while (left > 0) {
+        const ssize_t n = io(fd, p, left);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return false;
+        p += n;
+        left -= static_cast<size_t>(n);
+        *pos += n;
+    }
+    return true;
+}
+
+}  // namespace
+
 Fileio::Fileio() : fd(-1), pos(0) {}
 Fileio::~Fileio() {
     Close();
@@ -65,33 +87,13 @@ bool Fileio::Open(const Filepath& path, OpenMode mode) {
 }
 
 bool Fileio::Read(void* buffer, int size) {
-    if (fd < 0 || size < 0 || (size > 0 && !buffer)) return false;
-    auto* p = static_cast<uint8_t*>(buffer);
-    size_t left = static_cast<size_t>(size);
-    while (left > 0) {
-        ssize_t n = read(fd, p, left);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) return false;
-        p += n;
-        left -= static_cast<size_t>(n);
-        pos += n;
-    }
-    return true;
+    return TransferAll(fd, static_cast<uint8_t*>(buffer), size, &pos,
+                       [](int d, uint8_t* p, size_t n) { return read(d, p, n); });
 }
 
 bool Fileio::Write(const void* buffer, int size) {
-    if (fd < 0 || size < 0 || (size > 0 && !buffer)) return false;
-    const auto* p = static_cast<const uint8_t*>(buffer);
-    size_t left = static_cast<size_t>(size);
-    while (left > 0) {
-        ssize_t n = write(fd, p, left);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) return false;
-        p += n;
-        left -= static_cast<size_t>(n);
-        pos += n;
-    }
-    return true;
+    return TransferAll(fd, static_cast<const uint8_t*>(buffer), size, &pos,
+                       [](int d, const uint8_t* p, size_t n) { return write(d, p, n); });
 }
 
 bool Fileio::Seek(int64_t offset, int relative) {
