@@ -4,22 +4,16 @@
 #include <cstddef>
 
 #include "signal/bfpattern.h"
+#include "signal/rawscan.h"
 
 namespace {
-
-inline uint64_t LoadBe64(const uchar* p) {
-    return (static_cast<uint64_t>(p[0]) << 56) | (static_cast<uint64_t>(p[1]) << 48) |
-           (static_cast<uint64_t>(p[2]) << 40) | (static_cast<uint64_t>(p[3]) << 32) |
-           (static_cast<uint64_t>(p[4]) << 24) | (static_cast<uint64_t>(p[5]) << 16) |
-           (static_cast<uint64_t>(p[6]) << 8) | static_cast<uint64_t>(p[7]);
-}
 
 // The 64 bits at p (already folded into [0, len)) of the circular stream.
 inline uint64_t Get64(const uchar* buf, int len, int p) {
     if (static_cast<int64_t>(p) + 63 < len) {
         const size_t b = static_cast<size_t>(p) >> 3;
         const int s = p & 7;
-        uint64_t v = LoadBe64(buf + b);
+        uint64_t v = rawscan::LoadBe64(buf + b);
         if (s) v = (v << s) | (buf[b + 8] >> (8 - s));
         return v;
     }

@@ -7,6 +7,20 @@
 #include "signal/edgemap.h"
 #include "signal/rawscan.h"
 
+namespace {
+
+// The indices of the n entries in order of their cell position, equal ones in
+// their given order. The cell counter never goes back, so the entries fall due
+// in this order.
+std::vector<int> OrderByCell(const int* pos, size_t n) {
+    std::vector<int> order(n);
+    for (size_t i = 0; i < n; i++) order[i] = static_cast<int>(i);
+    std::stable_sort(order.begin(), order.end(), [&](int a, int b) { return pos[a] < pos[b]; });
+    return order;
+}
+
+}  // namespace
+
 int Enc2RawPosMulti(uchar* raw, int rawLen, int* pos, int count) {
     if (rawLen <= 0) return 0;
     const int first = rawscan::FirstEdge(raw, rawLen);
@@ -16,11 +30,7 @@ int Enc2RawPosMulti(uchar* raw, int rawLen, int* pos, int count) {
     rawscan::Separator sep;
     const size_t n = static_cast<size_t>(count);
     std::vector<int> result(n, -1);
-    // The cell counter never goes back, so the entries fall due in order of
-    // their cell position.
-    std::vector<int> order(n);
-    for (size_t i = 0; i < n; i++) order[i] = static_cast<int>(i);
-    std::stable_sort(order.begin(), order.end(), [&](int a, int b) { return pos[a] < pos[b]; });
+    const std::vector<int> order = OrderByCell(pos, n);
     // -1 also marks an entry not yet placed, so one placed at sample -1 is
     // placed again (and counted again) at the next edge.
     std::vector<int> retry;
@@ -66,9 +76,7 @@ int RawEdgePosMulti(const RawEdgeMap& map, int* pos, int count) {
     const std::vector<RawEdge>& edges = map.edges;
     const size_t n = static_cast<size_t>(count);
     std::vector<int> result(n, -1);
-    std::vector<int> order(n);
-    for (size_t i = 0; i < n; i++) order[i] = static_cast<int>(i);
-    std::stable_sort(order.begin(), order.end(), [&](int a, int b) { return pos[a] < pos[b]; });
+    const std::vector<int> order = OrderByCell(pos, n);
 
     // The same placing as the scan's, visiting only the edges where something
     // falls due: the first edge at or past each entry's cell, and every edge
