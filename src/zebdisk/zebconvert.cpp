@@ -44,6 +44,23 @@ uint8_t* NewRecordFrom(ZEBDisk& disk, int slot, int size, const OldRecord& o) {
     return disk.track[slot].data() + kRecordHeader;
 }
 
+// Replaces the record of every slot within the disk's cylinders and heads by a
+// new one of size bytes that convert(old, data) fills, returning its bit length.
+template <class Convert>
+void RebuildRecords(ZEBDisk& disk, int cylinders, int size, Convert convert) {
+    const int cyls = std::clamp(cylinders, 0, ZEBDisk::kMaxCylinders);
+    const int heads = std::clamp(disk.Heads(), 0, ZEBDisk::kMaxHeads);
+    for (int c = 0; c < cyls; c++) {
+        for (int h = 0; h < heads; h++) {
+            const int slot = c * 2 + h;
+            OldRecord o = TakeRecord(disk, slot, c, h);
+            uint8_t* dst = NewRecordFrom(disk, slot, size, o);
+            disk.SetRecordInt(slot, zebrec::kBitLength, convert(o, dst));
+            disk.updated[slot] = 1;
+        }
+    }
+}
+
 }  // namespace
 
 bool ZEBDisk::ConvertRaw() {
@@ -64,34 +81,25 @@ bool ZEBDisk::ConvertRaw() {
     }
     const int cap = (size - kRecordHeader) * 8;
 
-    const int cyls = std::clamp(Cylinders(), 0, kMaxCylinders);
-    const int heads = std::clamp(Heads(), 0, kMaxHeads);
-    for (int c = 0; c < cyls; c++) {
-        for (int h = 0; h < heads; h++) {
-            const int slot = c * 2 + h;
-            OldRecord o = TakeRecord(*this, slot, c, h);
-            uint8_t* dst = NewRecordFrom(*this, slot, size, o);
-            const int64_t rawLen = int64_t{o.bits} * 8;
-            int64_t len;
-            if (rawLen <= cap) {
-                len = Encode2Raw(o.data(), o.bits, dst, cap);
-                if (len > limit)
-                    len = StrechRaw(dst, static_cast<int>(len), static_cast<int>(limit));
-            } else if (limit < rawLen && limit <= cap) {
-                // Too long for the record as it stands, but it fits once squeezed.
-                std::vector<uint8_t> wide(static_cast<size_t>(o.bits) + 1);
-                Encode2Raw(o.data(), o.bits, wide.data(), static_cast<int>(rawLen));
-                len = StrechRaw(wide.data(), static_cast<int>(rawLen), static_cast<int>(limit));
-                std::memcpy(dst, wide.data(), static_cast<size_t>(len + 7) / 8);
-            } else {
-                // Does not fit at all: the pulses wrap and the length is the record's.
-                Encode2Raw(o.data(), o.bits, dst, cap);
-                len = cap;
-            }
-            SetRecordInt(slot, zebrec::kBitLength, static_cast<int32_t>(len));
-            updated[slot] = 1;
+    RebuildRecords(*this, Cylinders(), size, [&](OldRecord& o, uint8_t* dst) {
+        const int64_t rawLen = int64_t{o.bits} * 8;
+        int64_t len;
+        if (rawLen <= cap) {
+            len = Encode2Raw(o.data(), o.bits, dst, cap);
+            if (len > limit) len = StrechRaw(dst, static_cast<int>(len), static_cast<int>(limit));
+        } else if (limit < rawLen && limit <= cap) {
+            // Too long for the record as it stands, but it fits once squeezed.
+            std::vector<uint8_t> wide(static_cast<size_t>(o.bits) + 1);
+            Encode2Raw(o.data(), o.bits, wide.data(), static_cast<int>(rawLen));
+            len = StrechRaw(wide.data(), static_cast<int>(rawLen), static_cast<int>(limit));
+            std::memcpy(dst, wide.data(), static_cast<size_t>(len + 7) / 8);
+        } else {
+            // Does not fit at all: the pulses wrap and the length is the record's.
+            Encode2Raw(o.data(), o.bits, dst, cap);
+            len = cap;
         }
-    }
+        return static_cast<int32_t>(len);
+    });
     return true;
 }
 
@@ -118,17 +126,9 @@ void ZEBDisk::ConvertEncBody() {
     SetHeaderInt(zebhdr::kBlockSize, size);
     const int cap = (size - kRecordHeader) * 8;
 
-    const int cyls = std::clamp(cylinders, 0, kMaxCylinders);
-    const int heads = std::clamp(Heads(), 0, kMaxHeads);
-    for (int c = 0; c < cyls; c++) {
-        for (int h = 0; h < heads; h++) {
-            const int slot = c * 2 + h;
-            OldRecord o = TakeRecord(*this, slot, c, h);
-            uint8_t* dst = NewRecordFrom(*this, slot, size, o);
-            // A separated track longer than the record keeps what the record holds.
-            const int n = Raw2Encode(o.data(), o.bits, dst, cap);
-            SetRecordInt(slot, zebrec::kBitLength, std::min(n, cap));
-            updated[slot] = 1;
-        }
-    }
+    RebuildRecords(*this, cylinders, size, [&](OldRecord& o, uint8_t* dst) {
+        // A separated track longer than the record keeps what the record holds.
+        const int n = Raw2Encode(o.data(), o.bits, dst, cap);
+        return static_cast<int32_t>(std::min(n, cap));
+    });
 }
