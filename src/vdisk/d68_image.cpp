@@ -88,12 +88,12 @@ int VDisk::ImportD68(const Filepath& path, int diskno) {
     const int base = GetD68MediaOffset(path, diskno);
     if (base < 0) return 0;
 
-    const bool protect = ProbeWriteProtect(path);
+    bool protect;
     Fileio f;
-    if (!f.Open(path, Fileio::ReadOnly)) return 0;
-    const int64_t fileSize = f.GetFileSize();
+    int64_t fileSize;
     uint8_t hdrBuf[kHdrSize];
-    if (!f.Seek(base, 0) || !f.Read(hdrBuf, static_cast<int>(kHdrSize))) return 0;
+    if (!OpenImage(path, &f, &fileSize, &protect, hdrBuf, static_cast<int>(kHdrSize), base))
+        return 0;
     const FieldReader hdr(hdrBuf, sizeof(hdrBuf));
 
     int newType = 0;

@@ -87,12 +87,11 @@ bool Conforms(const VTrack* t, int count, int n) {
 }  // namespace
 
 int VDisk::ImportDIM(const Filepath& path) {
-    const bool protect = ProbeWriteProtect(path);
+    bool protect;
     Fileio f;
-    if (!f.Open(path, Fileio::ReadOnly)) return 0;
-    if (f.GetFileSize() < static_cast<int64_t>(kHdrSize)) return 0;
+    int64_t fileSize;
     uint8_t hdrBuf[kHdrSize];
-    if (!f.Read(hdrBuf, static_cast<int>(kHdrSize))) return 0;
+    if (!OpenImage(path, &f, &fileSize, &protect, hdrBuf, static_cast<int>(kHdrSize))) return 0;
     const FieldReader hdr(hdrBuf, sizeof(hdrBuf));
     if (!hdr.Equals(kHdrId, kHeaderId, sizeof(kHeaderId))) return 0;
     const DimMedia* m = FindMedia(hdr.U8(kHdrMedia));

@@ -72,13 +72,12 @@ bool Uniform(const uint8_t* p, int len) {
 
 int VDisk::ImportFDD(const Filepath& path) {
     Clear();
-    const bool protectedFile = ProbeWriteProtect(path);
+    bool protectedFile;
     Fileio f;
-    if (!f.Open(path, Fileio::ReadOnly)) return 0;
-    const int64_t fileSize = f.GetFileSize();
-    if (fileSize < static_cast<int64_t>(kFddHeaderSize)) return 0;
+    int64_t fileSize;
     std::vector<uint8_t> hdr(kFddHeaderSize);
-    if (!f.Read(hdr.data(), static_cast<int>(hdr.size()))) return 0;
+    if (!OpenImage(path, &f, &fileSize, &protectedFile, hdr.data(), static_cast<int>(hdr.size())))
+        return 0;
     FieldReader r(hdr.data(), hdr.size());
     if (!r.Equals(kFddSignature, kFddSignatureText, kFddSignatureCheck)) return 0;
 

@@ -71,14 +71,12 @@ bool FdiCylinderConforms(const VDisk& disk, int c, int count, int n) {
 
 int VDisk::ImportFDI(const Filepath& path) {
     Clear();
-    const bool protectedFile = ProbeWriteProtect(path);
+    bool protectedFile;
     Fileio f;
-    if (!f.Open(path, Fileio::ReadOnly)) return 0;
-    const int64_t fileSize = f.GetFileSize();
-    if (fileSize < static_cast<int64_t>(kFdiFieldsEnd)) return 0;
-
+    int64_t fileSize;
     uint8_t hdr[kFdiFieldsEnd];
-    if (!f.Read(hdr, sizeof(hdr))) return 0;
+    if (!OpenImage(path, &f, &fileSize, &protectedFile, hdr, static_cast<int>(sizeof(hdr))))
+        return 0;
     const FieldReader r(hdr, sizeof(hdr));
     const uint32_t headerSize = r.U32(kFdiHeaderSize);
     const uint32_t length = r.U32(kFdiSectorLength);

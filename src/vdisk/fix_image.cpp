@@ -35,12 +35,11 @@ constexpr int kFixRows = static_cast<int>(sizeof(VDisk::FixFormat) / sizeof(VDis
 }  // namespace
 
 int VDisk::ImportFIX(const Filepath& path) {
-    const bool protect = ProbeWriteProtect(path);
-
+    bool protect;
     Fileio f;
-    if (!f.Open(path, Fileio::ReadOnly)) return 0;
+    int64_t size;
+    if (!OpenImage(path, &f, &size, &protect)) return 0;
 
-    const int64_t size = f.GetFileSize();
     const FixFormatEntry* row = nullptr;
     for (const FixFormatEntry& e : FixFormat) {
         if (e.size < 0) break;

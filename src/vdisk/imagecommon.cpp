@@ -15,6 +15,15 @@ bool ProbeWriteProtect(const Filepath& path) {
     return !writable;
 }
 
+bool OpenImage(const Filepath& path, Fileio* file, int64_t* fileSize, bool* writeProtect,
+               uint8_t* header, int headerSize, int64_t offset) {
+    *writeProtect = ProbeWriteProtect(path);
+    if (!file->Open(path, Fileio::ReadOnly)) return false;
+    *fileSize = file->GetFileSize();
+    if (*fileSize - offset < headerSize) return false;
+    return file->Seek(offset, 0) && file->Read(header, headerSize);
+}
+
 void CopyDiskName(char* name, const char* src, int srcLen) {
     int limit = srcLen < 59 ? srcLen : 59;
     int n = 0;

@@ -4,12 +4,20 @@
 #include <cstdint>
 #include <vector>
 
+#include "fileio/fileio.h"
 #include "fileio/filepath.h"
 #include "track/vtrack.h"
 
 // True when the file cannot be opened for update (no owner-write bit, or the
 // read-write open fails): the image is then treated as write protected.
 bool ProbeWriteProtect(const Filepath& path);
+
+// The first steps of a reader: probes write protection into *writeProtect, opens
+// the file for reading into *file with its size in *fileSize, and reads
+// headerSize bytes at offset into header. False when the file cannot be opened,
+// ends before the header does, or the read fails.
+bool OpenImage(const Filepath& path, Fileio* file, int64_t* fileSize, bool* writeProtect,
+               uint8_t* header = nullptr, int headerSize = 0, int64_t offset = 0);
 
 // Copies at most 59 characters of src (stopping at its NUL or after srcLen
 // bytes) into name[60] and terminates it.

@@ -67,13 +67,12 @@ bool NfdEntryUnused(const FieldReader& r, size_t e) {
 
 int VDisk::ImportNFD(const Filepath& path) {
     Clear();
-    const bool protectedFile = ProbeWriteProtect(path);
+    bool protectedFile;
     Fileio f;
-    if (!f.Open(path, Fileio::ReadOnly)) return 0;
-    const int64_t fileSize = f.GetFileSize();
-    if (fileSize < static_cast<int64_t>(kNfdHeaderSize)) return 0;
+    int64_t fileSize;
     std::vector<uint8_t> hdr(kNfdHeaderSize);
-    if (!f.Read(hdr.data(), static_cast<int>(hdr.size()))) return 0;
+    if (!OpenImage(path, &f, &fileSize, &protectedFile, hdr.data(), static_cast<int>(hdr.size())))
+        return 0;
     FieldReader r(hdr.data(), hdr.size());
     if (!r.Equals(kNfdSignature, kNfdSignatureText, kNfdSignatureCheck)) return 0;
     if (r.U8(kNfdHeads) != 2) return 0;
