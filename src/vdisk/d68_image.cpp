@@ -152,13 +152,9 @@ int VDisk::ImportD68(const Filepath& path, int diskno) {
                 if (length > 0 && !f.Read(data.data(), length)) return 0;
 
                 const int mfm = sec.U8(kSecDensity) == kDensityFM ? 0 : 1;
-                int n = sec.U8(kSecN);
-                if (n > 3) n = 3;
-                const int gap3 = mfm ? Gap3MFM[n] : Gap3FM[n];
                 const int status = sec.U8(kSecDeleted) != 0 ? SECT_DELETED : 0;
-                t->AddSector(MakeSector(mfm, sec.U8(kSecC), sec.U8(kSecH), sec.U8(kSecR),
-                                        sec.U8(kSecN), data.data(), length, mfm ? 22 : 11, gap3,
-                                        status));
+                t->AddSector(MakeFormattedSector(mfm, sec.U8(kSecC), sec.U8(kSecH), sec.U8(kSecR),
+                                                 sec.U8(kSecN), data.data(), length, status));
             }
         }
     }

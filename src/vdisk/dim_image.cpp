@@ -123,9 +123,8 @@ int VDisk::ImportDIM(const Filepath& path) {
             for (int i = 0; i < m->sectors; i++) {
                 const DimId id = SectorId(*m, c, h, i);
                 const int len = 128 << id.n;
-                const int gap3 = id.mfm ? Gap3MFM[id.n] : Gap3FM[id.n];
-                t->AddSector(MakeSector(id.mfm, c, id.h, id.r, id.n, buf.data() + at, len,
-                                        id.mfm ? 22 : 11, gap3, 0));
+                t->AddSector(
+                    MakeFormattedSector(id.mfm, c, id.h, id.r, id.n, buf.data() + at, len, 0));
                 at += static_cast<size_t>(len);
             }
         }

@@ -124,10 +124,9 @@ int VDisk::ImportFDD(const Filepath& path) {
                 if (!f.Seek(offset, 0) || !f.Read(buf.data(), length)) return 0;
             }
             const int mfm = r.U8(e + kFddEntDensity) != 0 ? 1 : 0;
-            const int gap3 = mfm ? Gap3MFM[std::min(n, 3)] : Gap3FM[std::min(n, 3)];
-            trk->AddSector(MakeSector(mfm, r.U8(e + kFddEntC), r.U8(e + kFddEntH),
-                                      r.U8(e + kFddEntR), n, buf.data(), length, mfm ? 22 : 11,
-                                      gap3, r.U8(e + kFddEntDeleted) ? SECT_DELETED : 0));
+            trk->AddSector(MakeFormattedSector(mfm, r.U8(e + kFddEntC), r.U8(e + kFddEntH),
+                                               r.U8(e + kFddEntR), n, buf.data(), length,
+                                               r.U8(e + kFddEntDeleted) ? SECT_DELETED : 0));
         }
     }
     return 1;

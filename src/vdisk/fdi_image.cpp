@@ -107,15 +107,14 @@ int VDisk::ImportFDI(const Filepath& path) {
     if (!f.Seek(headerSize, 0)) return 0;
     // One track at a time; its size is bounded by the verified file size.
     std::vector<uint8_t> buf(static_cast<size_t>(trackBytes));
-    const int gap3 = Gap3MFM[std::min(n, 3)];
     for (int c = 0; c < cylinders; c++) {
         for (int h = 0; h < 2; h++) {
             VTrack* t = NewTrack(c, h);
             if (!f.Read(buf.data(), static_cast<int>(buf.size()))) return 0;
             for (uint32_t i = 0; i < sectors; i++) {
-                t->AddSector(MakeSector(1, c, h, static_cast<int>(i + 1), n,
-                                        buf.data() + static_cast<size_t>(i) * length,
-                                        static_cast<int>(length), 22, gap3, 0));
+                t->AddSector(MakeFormattedSector(1, c, h, static_cast<int>(i + 1), n,
+                                                 buf.data() + static_cast<size_t>(i) * length,
+                                                 static_cast<int>(length), 0));
             }
         }
     }

@@ -1,5 +1,6 @@
 #include "vdisk/imagecommon.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <limits>
@@ -66,6 +67,13 @@ VSector* MakeSector(int mfm, int c, int h, int r, int n, const uint8_t* data, in
         s->length = length;
     }
     return s;
+}
+
+VSector* MakeFormattedSector(int mfm, int c, int h, int r, int n, const uint8_t* data, int length,
+                             int status) {
+    const int idx = std::clamp(n, 0, 3);
+    return MakeSector(mfm, c, h, r, n, data, length, mfm ? 22 : 11,
+                      mfm ? Gap3MFM[idx] : Gap3FM[idx], status);
 }
 
 void AppendSectorData(std::vector<uint8_t>& out, const VSector* s) {

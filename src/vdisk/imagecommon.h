@@ -31,6 +31,11 @@ int32_t EstimateTrackLength(const VTrack* t);
 VSector* MakeSector(int mfm, int c, int h, int r, int n, const uint8_t* data, int length, int gap2,
                     int gap3, int status);
 
+// MakeSector with the gaps a controller formats with: gap2 22 (MFM) or 11 (FM),
+// gap3 from Gap3MFM / Gap3FM for N (sizes above N = 3 take N = 3's).
+VSector* MakeFormattedSector(int mfm, int c, int h, int r, int n, const uint8_t* data, int length,
+                             int status);
+
 // Appends a sector's data to out: its length bytes (zeros when it holds no data
 // buffer; nothing for a negative length).
 void AppendSectorData(std::vector<uint8_t>& out, const VSector* s);

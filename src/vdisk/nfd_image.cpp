@@ -118,10 +118,9 @@ int VDisk::ImportNFD(const Filepath& path) {
             buf.resize(static_cast<size_t>(length));
             if (!f.Read(buf.data(), length)) return 0;
             const int mfm = r.U8(e + kNfdEntDensity) != 0 ? 1 : 0;
-            const int gap3 = mfm ? Gap3MFM[std::min(n, 3)] : Gap3FM[std::min(n, 3)];
-            trk->AddSector(MakeSector(mfm, r.U8(e + kNfdEntC), r.U8(e + kNfdEntH),
-                                      r.U8(e + kNfdEntR), n, buf.data(), length, mfm ? 22 : 11,
-                                      gap3, r.U8(e + kNfdEntDeleted) ? SECT_DELETED : 0));
+            trk->AddSector(MakeFormattedSector(mfm, r.U8(e + kNfdEntC), r.U8(e + kNfdEntH),
+                                               r.U8(e + kNfdEntR), n, buf.data(), length,
+                                               r.U8(e + kNfdEntDeleted) ? SECT_DELETED : 0));
         }
     }
     return 1;
