@@ -1,5 +1,6 @@
 // The disk properties that zebconv prints for each disk and zebscan reports,
-// read from the ZEB header, and the text block both programs print them as.
+// read from the ZEB header, the text block both programs print them as, and the
+// string formatter of the driver's text output.
 #pragma once
 
 #include <string>
