@@ -94,7 +94,12 @@ std::tuple<int, std::string, uint32_t> Want(int c, int h, int r) {
 
 class Scan : public testing::Test {
 protected:
-    static void SetUpTestSuite() { SaveDefectDisk("scan_defects.zeb"); }
+    // Each test may run in its own process: the image appears whole, by rename.
+    static void SetUpTestSuite() {
+        const std::string tmp = "scan_defects_" + std::to_string(getpid()) + ".zeb";
+        SaveDefectDisk(tmp);
+        std::rename(tmp.c_str(), "scan_defects.zeb");
+    }
 };
 
 TEST_F(Scan, ExitStatuses) {
