@@ -25,8 +25,8 @@ ToolRun Zebscan(const std::string& args, const std::string& tag) {
     return RunTool(ZEBSCAN_PATH, args, "scan_" + tag);
 }
 
-dectest::SectorSpec Spec(bool mfm, int c, int h, int r, int n) {
-    dectest::SectorSpec s;
+dectest::SectorLayout Layout(bool mfm, int c, int h, int r, int n) {
+    dectest::SectorLayout s;
     s.mfm = mfm, s.c = static_cast<uint8_t>(c), s.h = static_cast<uint8_t>(h);
     s.r = static_cast<uint8_t>(r), s.n = static_cast<uint8_t>(n);
     s.data = dectest::Pattern(128 << n, r);
@@ -36,13 +36,13 @@ dectest::SectorSpec Spec(bool mfm, int c, int h, int r, int n) {
 
 // Sectors after an index mark (none when rotate >= 0, the stream then turned
 // to start rotate cells after sector 1's data mark), as a 100000-cell track.
-void PutTrack(ZEBDisk& d, int c, int h, const std::vector<dectest::SectorSpec>& specs,
+void PutTrack(ZEBDisk& d, int c, int h, const std::vector<dectest::SectorLayout>& layouts,
               int rotate = -1) {
     dectest::StreamBuilder b;
-    const bool mfm = specs.back().mfm;
+    const bool mfm = layouts.back().mfm;
     if (rotate < 0) mfm ? b.MfmHeader() : b.FmHeader();
     int damPos = 0;
-    for (const auto& s : specs) {
+    for (const auto& s : layouts) {
         const int at = b.Sector(s).damPos;
         damPos = damPos ? damPos : at;
     }
@@ -67,13 +67,13 @@ void SaveDefectDisk(const std::string& name) {
     for (int r = 1; r <= 9; ++r)
         good.AddSector(MakeSector(1, 0, 0, r, 2, dectest::Pattern(512, r).data(), 512, 22, 84, 0));
     d.SetRecordInt(0, zebrec::kBitLength, good.Encode(0, d.GetTrackData(0, 0), 100000));
-    std::vector<dectest::SectorSpec> t10, t11, t20{Spec(false, 2, 0, 1, 0)}, t21;
-    for (int r : {1, 2, 3, 4, 5, 6, 8, 9}) t10.push_back(Spec(true, r == 6 ? 7 : 1, 0, r, 2));
+    std::vector<dectest::SectorLayout> t10, t11, t20{Layout(false, 2, 0, 1, 0)}, t21;
+    for (int r : {1, 2, 3, 4, 5, 6, 8, 9}) t10.push_back(Layout(true, r == 6 ? 7 : 1, 0, r, 2));
     t10[1].badIdCrc = t10[2].badDataCrc = t10[3].noDam = t10[4].deleted = true;
     for (int r = 1; r <= 9; ++r) {
-        t11.push_back(Spec(false, 1, 1, r, 0));
-        if (r > 1) t20.push_back(Spec(true, 2, 0, r, 1));
-        t21.push_back(Spec(true, 2, 1, r, 1));
+        t11.push_back(Layout(false, 1, 1, r, 0));
+        if (r > 1) t20.push_back(Layout(true, 2, 0, r, 1));
+        t21.push_back(Layout(true, 2, 1, r, 1));
     }
     t11[2].deleted = true;
     PutTrack(d, 1, 0, t10), PutTrack(d, 1, 1, t11), PutTrack(d, 2, 0, t20);

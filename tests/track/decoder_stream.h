@@ -17,7 +17,7 @@ constexpr uint16_t CrcByte(uint16_t crc, uint8_t b) {
     return crc;
 }
 
-struct SectorSpec {
+struct SectorLayout {
     bool mfm = true;
     uint8_t c = 0, h = 0, r = 1, n = 2;
     std::vector<uint8_t> data;  // written as the data field, whatever n says
@@ -69,7 +69,7 @@ public:
         Put(0xFC, false, 1, 0xD7);
         Put(0xFF, false, 26);
     }
-    Placed Sector(const SectorSpec& s) {
+    Placed Sector(const SectorLayout& s) {
         const uint8_t gap = s.mfm ? 0x4E : 0xFF;
         Placed p;
         p.idPos = Field(s.mfm, s.idMark, {s.c, s.h, s.r, s.n}, s.badIdCrc);

@@ -11,7 +11,7 @@
 
 namespace {
 
-using dectest::SectorSpec;
+using dectest::SectorLayout;
 
 TEST(Decoder, EncodedTracksComeBack) {
     const struct {
@@ -78,12 +78,12 @@ TEST(Decoder, EncodedTracksComeBack) {
 }
 
 // Header, sectors 1..3 (the middle one as edit makes it), padded to cells.
-dectest::StreamBuilder Track(bool mfm, void (*edit)(SectorSpec&), int cells,
+dectest::StreamBuilder Track(bool mfm, void (*edit)(SectorLayout&), int cells,
                              std::vector<dectest::Placed>* at = nullptr) {
     dectest::StreamBuilder b;
     mfm ? b.MfmHeader() : b.FmHeader();
     for (uint8_t r = 1; r <= 3; ++r) {
-        SectorSpec s{mfm, 5, 0, r, 1, dectest::Pattern(256, r), mfm ? 22 : 11, mfm ? 54 : 27};
+        SectorLayout s{mfm, 5, 0, r, 1, dectest::Pattern(256, r), mfm ? 22 : 11, mfm ? 54 : 27};
         if (r == 2 && edit) edit(s);
         const auto p = b.Sector(s);
         if (at) at->push_back(p);
@@ -97,7 +97,7 @@ TEST(Decoder, DefectsOfOneSector) {
     const struct {
         const char* name;
         int mode;
-        void (*edit)(SectorSpec&);
+        void (*edit)(SectorLayout&);
         int status, flags, length;  // of sector 2; the track's defect flags
     } rows[] = {
         {"bad ID CRC", 0, [](auto& s) { s.badIdCrc = true; }, SECT_IDCRC, TRK_IDCRC, 256},

@@ -191,7 +191,7 @@ TEST(HfeImport, IndependentlyWrittenTracksDecodeToTheirSectors) {
     for (int t = 0; t < 8; t++) {
         dectest::StreamBuilder b;
         b.MfmHeader();
-        dectest::SectorSpec s;
+        dectest::SectorLayout s;
         s.c = static_cast<uint8_t>(t / 2), s.h = static_cast<uint8_t>(t % 2);
         for (s.r = 1; s.r <= 9; s.r++) b.Sector((s.data = dectest::Pattern(512, t * 10 + s.r), s));
         b.PadTo(100000, true);
