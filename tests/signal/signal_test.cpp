@@ -7,6 +7,7 @@
 
 #include "signal/alignraw.h"
 #include "signal/bitstream.h"
+#include "signal/edgemap.h"
 #include "signal/posmap.h"
 #include "signal/rawconv.h"
 #include "signal/vfo.h"
@@ -75,10 +76,13 @@ std::tuple<int, Bytes, Ints, int, Bytes> Scan(const uchar* raw, int len, int cap
     return {static_cast<int>(n), enc, pos, placed, aligned};
 }
 
-Bytes Strech(const uchar* raw, int len, int newLen) {
+// A pulse for each rising edge at its sample scaled to newLen (StrechRaw), or for
+// each 1 cell at 8 samples a cell (Encode2Raw).
+Bytes Pulses(const uchar* b, int len, int newLen, bool cells) {
     Bytes out(static_cast<size_t>(newLen + 7) / 8, 0);
-    for (int i = 0; i < len; i++)
-        if (Rising(raw, len, i)) Put8(out.data(), newLen, int64_t{i} * newLen / len, 0xE0);
+    for (int64_t i = 0; i < len; i++)
+        if (cells ? BfGetBit(b, len, i) : Rising(b, len, i))
+            Put8(out.data(), newLen, cells ? 8 * i : i * newLen / len, 0xE0);
     return out;
 }
 
@@ -123,10 +127,7 @@ TEST(BfGetLong, ReadsCircularlyAtBothEnds) {
     // {length (12: the low nibble of t lies past the end), position, result}
     const Bytes s = {0x01, 0x23, 0x45, 0x67, 0x89, 0xAB, 0xCD, 0xEF}, t = {0xAB, 0xCF};
     const std::tuple<int, int, uint32_t> cases[] = {
-        {64, 0, 0x01234567},  {64, 4, 0x12345678},  {64, 32, 0x89ABCDEF},
-        {64, 56, 0xEF012345}, {64, -1, 0x8091A2B3}, {64, -64, 0x01234567},
-        {64, 96, 0x89ABCDEF}, {12, 0, 0xABCABCAB},  {12, 4, 0xBCABCABC},
-    };
+        {64, 4, 0x12345678}, {64, -1, 0x8091A2B3}, {64, -64, 0x01234567}, {12, 4, 0xBCABCABC}};
     for (const auto& [len, pos, want] : cases)
         EXPECT_EQ(BfGetLong((len == 64 ? s : t).data(), len, pos), want) << pos;
 }
@@ -178,21 +179,17 @@ VFOState Fed(int d, int n, const Ints& tail) {
     return v;
 }
 
-TEST(VFO, BandsRoundingAndValidity) {
-    const int cases[][4] = {
+TEST(VFO, RoundsLocksAndCorrectsThePeriod) {
+    const int bands[][4] = {
         // {previous interval (0: none), interval, cells, valid}
-        {0, 14, 2, 1},  {0, 18, 2, 1},   {0, 19, 2, 1},   {20, 19, 2, 1},    {20, 20, 3, 1},
-        {30, 20, 2, 1}, {0, 12, 2, 1},   {13, 12, 1, 1},  {0, 22, 3, 1},     {0, 28, 4, 1},
-        {30, 28, 3, 1}, {0, 39, 5, 1},   {0, 40, 5, 0},   {0, 8, 1, 0},      {0, 9, 1, 1},
-        {9, 4, 0, 0},   {0, 507, 63, 0}, {0, 508, 64, 0}, {600, 508, 63, 0}, {600, 509, 64, 0},
+        {0, 19, 2, 1},  {20, 19, 2, 1}, {20, 20, 3, 1}, {30, 20, 2, 1},  {0, 12, 2, 1},
+        {13, 12, 1, 1}, {0, 28, 4, 1},  {30, 28, 3, 1}, {0, 39, 5, 1},   {0, 40, 5, 0},
+        {0, 8, 1, 0},   {0, 9, 1, 1},   {9, 4, 0, 0},   {0, 507, 63, 0}, {600, 509, 64, 0},
     };
-    for (const auto& c : cases) {
+    for (const auto& c : bands) {
         const VFOState v = Fed(c[0], c[0] ? 1 : 0, {c[1]});
         EXPECT_EQ((Ints{v.cells, v.valid}), (Ints{c[2], c[3]})) << c[0] << " " << c[1];
     }
-}
-
-TEST(VFO, LocksOnSyncRunsAndCorrectsThePeriod) {
     // {d, n, tail, {cells, locked, period, centres, history}}: the 32nd interval only
     // locks; a 0-cell spike keeps the run and its 6553 x error wraps at 32 bits.
     using Row = std::tuple<int, int, int32_t, Ints, uint64_t>;
@@ -239,24 +236,6 @@ TEST(Raw2Encode, PinnedTracks) {
     }
 }
 
-TEST(Enc2RawPosMulti, PinnedTracks) {
-    // {edges, cells, translated, samples}. Row 1 counts from cell 2, maps earlier
-    // cells back from the first edge after them and reaches cell 27 at the wrap.
-    // Rows 2-3: a cell placed at -1 stays pending until the scan stops at a word end.
-    const std::tuple<Ints, Ints, int, Ints> cases[] = {
-        {{20, 36, 60}, {2, 4, 7, 1, -3, 27, 28}, 6, {20, 36, 60, 12, -20, 220, -1}},
-        {{7, 23, 38}, {-1, 2}, 3, {-2, 23}},
-        {{7, 23, 47}, {-1, 2}, 2, {-1, 23}},
-        {{}, {5, 6}, 0, {5, 6}},
-    };
-    for (auto [edges, pos, n, want] : cases) {
-        EXPECT_EQ(Enc2RawPosMulti(Track(200, edges).data(), 200, pos.data(),
-                                  static_cast<int>(pos.size())),
-                  n);
-        EXPECT_EQ(pos, want);
-    }
-}
-
 TEST(AlignRaw, MovesOffGridPulsesOneSample) {
     // 17 samples after: one earlier; 15 after: one later; a late edge 0 folds to 39.
     const std::tuple<int, Ints, Ints> cases[] = {
@@ -268,60 +247,47 @@ TEST(AlignRaw, MovesOffGridPulsesOneSample) {
     }
 }
 
-TEST(PulseWriters, WrapAndOverwriteAtTheEnd) {
-    // Cell 15 into 21 samples folds to 15, and the pulse's zeros clear 0 and 1.
-    Bytes enc = {0x80, 0x01}, raw(3, 0xFF);
-    EXPECT_EQ(Encode2Raw(enc.data(), 16, raw.data(), 21), 128);
-    EXPECT_EQ(SetBits(raw, 21), (Ints{2, 15, 16, 17}));
-    // Edges 10, 55, 98 (0 follows 98's pulse) go to 5, 27, 49; 49 wraps over 0..6.
-    auto t = Track(100, {0, 10, 55, 98}, 2);
-    EXPECT_EQ(StrechRaw(t.data(), 100, 50), 50);
-    EXPECT_EQ(SetBits(t, 50), (Ints{0, 1, 7, 27, 28, 29, 49}));
-}
-
-TEST(Raw2Encode, CleanTracksRoundTrip) {
-    std::mt19937 rng(4);
-    for (int iter = 0; iter < 300; iter++) {
-        Ints ones, samples;
-        int p = R(rng, 2);  // transitions 2 to 4 cells apart, also across the end
-        for (const int want = 8 + R(rng, 3000); p < want; p += 2 + R(rng, 3)) ones.push_back(p);
-        const int len = p - ones[0];
-        Bytes cells(static_cast<size_t>(len + 7) / 8), raw(static_cast<size_t>(len)), back = cells;
-        for (int c : ones) BfSetBit(cells.data(), len, c), samples.push_back(8 * c);
-        ASSERT_EQ(Encode2Raw(cells.data(), len, raw.data(), len * 8), len * 8);
-        ASSERT_EQ(Raw2Encode(raw.data(), len * 8, back.data(), len), len);
-        ASSERT_EQ(back, cells) << "len " << len;
-        ASSERT_EQ(Enc2RawPosMulti(raw.data(), len * 8, ones.data(), static_cast<int>(ones.size())),
-                  static_cast<int>(ones.size()));
-        ASSERT_EQ(ones, samples);
-        auto aligned = raw;
-        ASSERT_EQ(AlignRaw(aligned.data(), len * 8), len * 8);
-        ASSERT_EQ(aligned, raw);
-    }
-}
-
+// Also Raw2EncodeMapped and RawEdgePosMulti against the plain scan, with a cell that
+// the first treated edge places at sample -1 (so it is placed again at the next).
 TEST(RawTracks, FastCodeMatchesSampleBySampleReference) {
     std::mt19937 rng(5);
+    int placedAtMinusOne = 0;
     for (int iter = 0; iter < 1500; iter++) {
         const int len = 1 + R(rng, iter % 10 ? 700 : 9000), newLen = 1 + R(rng, len);
         const int cap = R(rng, 3) ? len / 8 + 64 : 1 + R(rng, 64);
         const Bytes raw = RandomRaw(rng, len);
+        Bytes work = raw, enc(static_cast<size_t>(cap + 7) / 8), out(work.size());
+        RawEdgeMap map;
+        const int mappedN = Raw2EncodeMapped(work.data(), len, enc.data(), cap, &map);
         Ints pos;
         for (int k = R(rng, 12); k-- > 0;) pos.push_back(R(rng, len / 8 + 30) - 10);
+        if (!map.edges.empty() && (map.edges[0].sample + 1) % 8 == 0 && R(rng, 2))
+            placedAtMinusOne++,
+                pos.insert(pos.begin() + R(rng, static_cast<int>(pos.size()) + 1),
+                           static_cast<int>(map.edges[0].cell - (map.edges[0].sample + 1) / 8));
         const auto [n, cells, mapped, placed, aligned] = ref::Scan(raw.data(), len, cap, pos);
-        Bytes work = raw, enc(static_cast<size_t>(cap + 7) / 8);
-        ASSERT_EQ(Raw2Encode(work.data(), len, enc.data(), cap), n) << len;
-        ASSERT_EQ(enc, cells) << "len " << len << " cap " << cap;
+        ASSERT_EQ(mappedN, n) << len;
+        ASSERT_EQ(enc, cells) << len;
+        ASSERT_EQ(Raw2Encode(work.data(), len, out.data(), cap), n) << len;
+        out.resize(enc.size());
+        ASSERT_EQ(out, cells) << "len " << len << " cap " << cap;
+        Ints viaMap = pos;
+        ASSERT_EQ(RawEdgePosMulti(map, viaMap.data(), static_cast<int>(pos.size())), placed);
         ASSERT_EQ(Enc2RawPosMulti(work.data(), len, pos.data(), static_cast<int>(pos.size())),
                   placed);
         ASSERT_EQ(pos, mapped) << len;
+        ASSERT_EQ(viaMap, mapped) << len;
         ASSERT_EQ(AlignRaw(work.data(), len), len);
         ASSERT_EQ(work, aligned) << len;
         work = raw;
         ASSERT_EQ(StrechRaw(work.data(), len, newLen), newLen);
         work.resize((newLen + 7) / 8);
-        ASSERT_EQ(work, newLen == len ? raw : ref::Strech(raw.data(), len, newLen)) << newLen;
+        ASSERT_EQ(work, newLen == len ? raw : ref::Pulses(raw.data(), len, newLen, false));
+        out.assign(work.size(), 0xFF);
+        ASSERT_EQ(Encode2Raw(enc.data(), cap, out.data(), newLen), cap * 8);
+        ASSERT_EQ(out, ref::Pulses(enc.data(), cap, newLen, true)) << cap << " " << newLen;
     }
+    EXPECT_GT(placedAtMinusOne, 20);
 }
 
 }  // namespace
