@@ -49,25 +49,18 @@ public:
     // count copies of b: MFM with the clock rule, FM with the given clock byte.
     void Put(uint8_t b, bool mfm, int count = 1, uint8_t clock = 0xFF) {
         for (int k = 0; k < count; ++k) {
-            for (int i = 7; i >= 0; --i) {
-                const int d = (b >> i) & 1;
+            for (int i = 7, d = 0; i >= 0; --i, last_ = d) {
+                d = (b >> i) & 1;
                 mfm ? Cells((!last_ && !d) * 2 + d, 2) : Cells(((clock >> i) & 1) * 8 + d * 2, 4);
-                last_ = d;
             }
         }
     }
     void MfmHeader() {
-        Put(0x4E, true, 80);
-        Put(0x00, true, 12);
-        Sync(0x5224, 0);
-        Put(0xFC, true);
-        Put(0x4E, true, 50);
+        Put(0x4E, true, 80), Put(0x00, true, 12), Sync(0x5224, 0);
+        Put(0xFC, true), Put(0x4E, true, 50);
     }
     void FmHeader() {
-        Put(0xFF, false, 40);
-        Put(0x00, false, 6);
-        Put(0xFC, false, 1, 0xD7);
-        Put(0xFF, false, 26);
+        Put(0xFF, false, 40), Put(0x00, false, 6), Put(0xFC, false, 1, 0xD7), Put(0xFF, false, 26);
     }
     Placed Sector(const SectorLayout& s) {
         const uint8_t gap = s.mfm ? 0x4E : 0xFF;
@@ -77,10 +70,7 @@ public:
         if (!s.noDam) {
             p.damPos = Field(s.mfm, s.deleted ? 0xF8 : 0xFB, s.data, s.badDataCrc);
             p.endPos = Pos();
-            if (s.secondNormal) {
-                Put(gap, s.mfm, 10);
-                Field(s.mfm, 0xFB, s.data, false);
-            }
+            if (s.secondNormal) Put(gap, s.mfm, 10), Field(s.mfm, 0xFB, s.data, false);
         }
         Put(gap, s.mfm, s.gap3);
         return p;
@@ -110,8 +100,7 @@ private:
         for (uint8_t b : body) crc = CrcByte(crc, b);
         for (uint8_t b : body) Put(b, mfm);
         crc ^= bad ? 1 : 0;
-        Put(crc >> 8, mfm);
-        Put(crc & 0xFF, mfm);
+        Put(crc >> 8, mfm), Put(crc & 0xFF, mfm);
         return pos;
     }
     // Three sync bytes with a missing clock, then the data bit they end with.
@@ -150,9 +139,7 @@ inline std::vector<uint8_t> Pattern(int n, int seed) {
     std::vector<uint8_t> v(static_cast<size_t>(n));
     uint32_t x = 0x9E3779B9u * static_cast<uint32_t>(seed + 1);
     for (auto& b : v) {
-        x ^= x << 13;
-        x ^= x >> 17;
-        x ^= x << 5;
+        x ^= x << 13, x ^= x >> 17, x ^= x << 5;
         b = static_cast<uint8_t>(x >> 24);
     }
     return v;
@@ -161,18 +148,12 @@ inline std::vector<uint8_t> Pattern(int n, int seed) {
 // A sector for the encoder: the pattern of seed r, opening 00 A1 (clock after the mark; plain A1).
 inline VSector* NewSector(int mfm, int r, int n, int length, int gap2, int gap3, int status = 0) {
     auto* s = new VSector;
-    s->mfm = mfm;
-    s->idC = 5;
-    s->idH = 1;
-    s->idR = static_cast<uint8_t>(r);
-    s->idN = static_cast<uint8_t>(n);
+    s->mfm = mfm, s->idC = 5, s->idH = 1, s->idR = static_cast<uint8_t>(r);
+    s->idN = static_cast<uint8_t>(n), s->status = static_cast<uint8_t>(status);
+    s->gap2 = gap2, s->gap3 = gap3;
     auto data = Pattern(length, r);
-    data[0] = 0x00;
-    data[1] = 0xA1;
+    data[0] = 0x00, data[1] = 0xA1;
     s->SetData(data.data(), length);
-    s->gap2 = gap2;
-    s->gap3 = gap3;
-    s->status = static_cast<uint8_t>(status);
     return s;
 }
 

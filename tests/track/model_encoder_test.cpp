@@ -12,20 +12,9 @@
 namespace {
 
 using dectest::CrcByte;
+static_assert(CrcByte(CrcByte(CrcByte(CrcByte(0xFFFF, 0xA1), 0xA1), 0xA1), 0xFE) == 0xB230);
 
-static_assert(CrcByte(0xFFFF, 0xA1) == 0x443B);
-static_assert(CrcByte(CrcByte(CrcByte(0x443B, 0xA1), 0xA1), 0xFE) == 0xB230);
-static_assert(CrcByte(0xFFFF, 0xFE) == 0xEF21);
-
-uint64_t At(const std::vector<uint8_t>& buf, int pos, int n) {
-    uint64_t v = 0;
-    for (int i = pos; i < pos + n; ++i)
-        v = v << 1 | ((buf[static_cast<size_t>(i / 8)] >> (7 - i % 8)) & 1);
-    return v;
-}
-
-// Every cell of a track as the builder lays it down from the layout rules,
-// and the marks and fill bytes pinned.
+// Every cell of a track as the builder lays it down from the layout rules.
 TEST(Encoder, LayoutMatchesTheStreamBuilder) {
     const struct {
         const char* name;
@@ -36,40 +25,24 @@ TEST(Encoder, LayoutMatchesTheStreamBuilder) {
         {"FM 16x128", 0, 16, 128, 0, 11, 27, 0},
         {"FM deleted, no gaps, odd length", 0, 8, 200, 1, 0, 0, 1},
     };
-    const uint64_t kMarks[2][4] = {{0xAA2A2A88, 0xAA222AA8, 0xAA2228AA, 0xAA222888},
-                                   {0x5224522452245552, 0x4489448944895554, 0x4489448944895545,
-                                    0x448944894489554A}};  // FM, MFM: IAM, IDAM, DAM, DDAM
     constexpr int kCells = 100000;
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
         VTrack t;
         dectest::StreamBuilder b;
         row.mfm ? b.MfmHeader() : b.FmHeader();
-        std::vector<dectest::Placed> at;
         for (int i = 0; i < row.count; ++i) {
             VSector* s = dectest::NewSector(row.mfm, i + 1, row.n, row.length, row.gap2, row.gap3,
                                             row.deleted && i % 2 ? SECT_DELETED : 0);
             t.AddSector(s);
-            at.push_back(b.Sector({row.mfm != 0, 5, 1, s->idR, s->idN,
-                                   std::vector<uint8_t>(s->data, s->data + s->length), row.gap2,
-                                   row.gap3, 0xFE, false, false, false, s->status != 0}));
+            b.Sector({row.mfm != 0, 5, 1, s->idR, s->idN,
+                      std::vector<uint8_t>(s->data, s->data + s->length), row.gap2, row.gap3, 0xFE,
+                      false, false, false, s->status != 0});
         }
         b.PadTo(kCells, row.mfm);
         std::vector<uint8_t> buf(kCells / 8);
         EXPECT_EQ(t.Encode(0, buf.data(), kCells), kCells);
-        size_t diff = 0;
-        while (diff < buf.size() && buf[diff] == b.Bytes()[diff]) ++diff;
-        EXPECT_EQ(diff, buf.size()) << "first differing byte";
-        const int w = row.mfm ? 64 : 32;
-        EXPECT_EQ(At(buf, 1472, w), kMarks[row.mfm][0]);
-        EXPECT_EQ(At(buf, 0, 32), row.mfm ? 0x92549254u : 0xAAAAAAAAu);  // gap 4E / FF, sync 00
-        for (int i = 0; i < row.count; ++i) {
-            EXPECT_EQ(At(buf, at[i].idPos - 32, 32), row.mfm ? 0xAAAAAAAAu : 0x88888888u);
-            EXPECT_EQ(At(buf, at[i].idPos, w), kMarks[row.mfm][1]);
-            EXPECT_EQ(At(buf, at[i].damPos, w), kMarks[row.mfm][row.deleted && i % 2 ? 3 : 2]);
-        }
-        EXPECT_EQ(At(buf, at[0].damPos + (row.mfm ? 80 : 64), row.mfm ? 16 : 32),
-                  row.mfm ? 0x44A9u : 0xA8A8888Au);  // A1
+        EXPECT_TRUE(buf == b.Bytes());
     }
 }
 
