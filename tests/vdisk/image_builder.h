@@ -1,5 +1,4 @@
-// Test images built from code: disks sector by sector, crafted file bytes, and
-// scratch files.
+// Test images built from code: disks sector by sector, crafted file bytes, scratch files.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -13,6 +12,7 @@
 #include <vector>
 
 #include "fileio/fieldio.h"
+#include "vdisk/imagecommon.h"
 #include "vdisk/vdisk.h"
 
 namespace vdt {
@@ -44,18 +44,10 @@ inline FieldWriter W(Bytes& b) {
 
 // A sector with the gaps its readers give back, data 128 << n bytes unless len is given.
 inline VSector* Sec(int mfm, int c, int h, int r, int n, int status = 0, int len = -1) {
-    auto* s = new VSector();
-    s->mfm = mfm;
-    s->idC = static_cast<uint8_t>(c), s->idH = static_cast<uint8_t>(h);
-    s->idR = static_cast<uint8_t>(r), s->idN = static_cast<uint8_t>(n);
-    s->gap2 = mfm ? 22 : 11;
-    s->gap3 = (mfm ? Gap3MFM : Gap3FM)[n < 3 ? n : 3];
-    s->status = static_cast<uint8_t>(status);
-    const int size = len < 0 ? 128 << n : len;
-    s->SetData(nullptr, size);
-    for (int i = 0; i < size; i++)
-        s->data[i] = static_cast<uint8_t>(c * 7 + h * 5 + r * 3 + i * 13 + (i >> 8));
-    return s;
+    Bytes data(static_cast<size_t>(len < 0 ? 128 << n : len));
+    for (size_t i = 0; i < data.size(); i++)
+        data[i] = static_cast<uint8_t>(c * 7 + h * 5 + r * 3 + i * 13 + (i >> 8));
+    return MakeFormattedSector(mfm, c, h, r, n, data.data(), static_cast<int>(data.size()), status);
 }
 
 // Both heads of cylinders [0, cyls): count MFM sectors R = 1..count of size code n.
@@ -104,16 +96,11 @@ inline Bytes DimImage(int media, std::vector<int> present) {
     return b;
 }
 
-// The sector list of track t (cylinder t / 2, head t % 2); null for an absent track.
-inline const VSector* Sectors(const VDisk& d, int t) {
-    const VTrack* trk = d.Track(t / 2, t % 2);
-    return trk ? trk->sectors : nullptr;
-}
-
 // The first sector difference between two disks, or "" (a null slot is an empty track).
 inline std::string Diff(const VDisk& a, const VDisk& b) {
     for (int t = 0; t < 2 * VDisk::kMaxCylinders; t++) {
-        const VSector *x = Sectors(a, t), *y = Sectors(b, t);
+        const VTrack *ta = a.Track(t / 2, t % 2), *tb = b.Track(t / 2, t % 2);
+        const VSector *x = ta ? ta->sectors : nullptr, *y = tb ? tb->sectors : nullptr;
         for (; x && y; x = x->next, y = y->next)
             if (!x->mfm != !y->mfm || x->idC != y->idC || x->idH != y->idH || x->idR != y->idR ||
                 x->idN != y->idN || x->gap2 != y->gap2 || x->gap3 != y->gap3 ||

@@ -84,6 +84,12 @@ Bytes Valid(const std::string& ext) {
 }
 constexpr size_t kF0 = 0xDC, kN0 = 0x120;  // first FDD and NFD table entries
 
+// One byte of the file set to v.
+template <size_t off, uint8_t v>
+void Set(Bytes& b) {
+    b[off] = v;
+}
+
 struct Patch {
     const char* ext;
     const char* what;
@@ -91,33 +97,26 @@ struct Patch {
     int type = 0;  // 0: refused
     int protect = 0;
 };
+// clang-format off
 const Patch kPatches[] = {
-    {".d88", "status byte not carried", [](Bytes& b) { b[688 + 8] = 0xB0; }, 7},
-    {".fdi", "media 0x91", [](Bytes& b) { b[4] = 0x91; }, 7},
-    {".fdi", "media 0x30", [](Bytes& b) { b[4] = 0x30; }, 7},
-    {".fdi", "media 0xB0", [](Bytes& b) { b[4] = 0xB0; }, 7},
-    {".fdi", "media 0x7F", [](Bytes& b) { b[4] = 0x7F; }, 3},
-    {".fdi", "media 0xF0", [](Bytes& b) { b[4] = 0xF0; }, 3},
-    {".fdi", "media 0x50", [](Bytes& b) { b[4] = 0x50; }, 1},
-    {".fdi", "media 0xD0", [](Bytes& b) { b[4] = 0xD0; }, 1},
-    {".fdd", "write-protect field", [](Bytes& b) { b[0x88] = 1; }, 7, 1},
-    {".nfd", "write-protect byte", [](Bytes& b) { b[0x114] = 1; }, 7, 1},
+    {".d88", "status byte not carried", Set<688 + 8, 0xB0>, 7},
+    {".fdi", "media 0x91", Set<4, 0x91>, 7}, {".fdi", "media 0x30", Set<4, 0x30>, 7},
+    {".fdi", "media 0xB0", Set<4, 0xB0>, 7}, {".fdi", "media 0x7F", Set<4, 0x7F>, 3},
+    {".fdi", "media 0xF0", Set<4, 0xF0>, 3}, {".fdi", "media 0x50", Set<4, 0x50>, 1},
+    {".fdi", "media 0xD0", Set<4, 0xD0>, 1},
+    {".fdd", "write-protect field", Set<0x88, 1>, 7, 1},
+    {".nfd", "write-protect byte", Set<0x114, 1>, 7, 1},
     // Refused:
-    {".d88", "media 0x30", [](Bytes& b) { b[0x1B] = 0x30; }},
-    {".d88", "zero sector count", [](Bytes& b) { b[688 + 4] = 0; }},
+    {".d88", "media 0x30", Set<0x1B, 0x30>}, {".d88", "zero sector count", Set<688 + 4, 0>},
     {".d88", "16,385 bytes", [](Bytes& b) { W(b).U16(702, 16385), b.resize(b.size() + 16385); }},
     {".d88", "track past the file", [](Bytes& b) { W(b).U32(0x24, 0x7FFFFFF0); }},
     {".d88", "data cut short", [](Bytes& b) { b.pop_back(); }},
-    {".d88", "every track on the same data",
-     [](Bytes& b) {
+    {".d88", "every track on the same data", [](Bytes& b) {
          for (size_t i = 0; i < 164; i++) W(b).U32(0x20 + 4 * i, 688);
      }},
-    {".dim", "one trailing blank", [](Bytes& b) { b[0xB7] = 0; }},
-    {".dim", "no NUL after the id", [](Bytes& b) { b[0xB8] = ' '; }},
-    {".dim", "media 4", [](Bytes& b) { b[0] = 4; }},
-    {".dim", "track cut short", [](Bytes& b) { b.pop_back(); }},
-    {".fdi", "media 0x20", [](Bytes& b) { b[4] = 0x20; }},
-    {".fdi", "3 heads", [](Bytes& b) { W(b).U32(0x18, 3); }},
+    {".dim", "one trailing blank", Set<0xB7, 0>}, {".dim", "no NUL after the id", Set<0xB8, ' '>},
+    {".dim", "media 4", Set<0, 4>}, {".dim", "track cut short", [](Bytes& b) { b.pop_back(); }},
+    {".fdi", "media 0x20", Set<4, 0x20>}, {".fdi", "3 heads", [](Bytes& b) { W(b).U32(0x18, 3); }},
     {".fdi", "0 sectors", [](Bytes& b) { W(b).U32(0x14, 0), b.resize(4096); }},
     {".fdi", "85 cylinders", [](Bytes& b) { W(b).U32(0x1C, 85), b.resize(4096 + 85 * 1024); }},
     {".fdi", "256 sectors", [](Bytes& b) { W(b).U32(0x14, 256), b.resize(4096 + 1024 * 256); }},
@@ -125,15 +124,13 @@ const Patch kPatches[] = {
     {".fdi", "length 64", [](Bytes& b) { W(b).U32(0x10, 64), b.resize(4096 + 8 * 64); }},
     {".fdi", "one byte long", [](Bytes& b) { b.push_back(0); }},
     {".fdd", "header one byte short", [](Bytes& b) { b.resize(0xC3FB); }},
-    {".fdd", "VFD2.", [](Bytes& b) { b[3] = '2'; }},
+    {".fdd", "VFD2.", Set<3, '2'>}, {".fdd", "N 7 on 256 bytes", Set<kF0 + 3, 7>},
     {".fdd", "data one byte past", [](Bytes& b) { W(b).U32(kF0 + 8, b.size() - 255); }},
-    {".fdd", "N 7 on 256 bytes", [](Bytes& b) { b[kF0 + 3] = 7; }},
     {".nfd", "header one byte short", [](Bytes& b) { b.resize(0x10A0F); }},
-    {".nfd", "revision R1", [](Bytes& b) { b[13] = '1'; }},
-    {".nfd", "1 head", [](Bytes& b) { b[0x115] = 1; }},
-    {".nfd", "media 0x20", [](Bytes& b) { b[kN0 + 10] = 0x20; }},
-    {".nfd", "N 7 on 256 bytes", [](Bytes& b) { b[kN0 + 3] = 7; }},
+    {".nfd", "revision R1", Set<13, '1'>}, {".nfd", "1 head", Set<0x115, 1>},
+    {".nfd", "media 0x20", Set<kN0 + 10, 0x20>}, {".nfd", "N 7 on 256 bytes", Set<kN0 + 3, 7>},
 };
+// clang-format on
 
 TEST(ImageReaders, PatchedAndHostileFiles) {
     VDisk d;
@@ -144,7 +141,7 @@ TEST(ImageReaders, PatchedAndHostileFiles) {
         k.spoil(b);
         const int r = d.Import(PathOf(Put(std::string("patched") + k.ext, b)), 1);
         EXPECT_EQ(r ? d.type : 0, k.type);
-        EXPECT_TRUE(!r || (d.writeProtect == k.protect && Sectors(d, 0)->status == 0));
+        EXPECT_TRUE(!r || (d.writeProtect == k.protect && d.Track(0, 0)->sectors->status == 0));
     }
     EXPECT_EQ(d.Import(PathOf(Scratch("missing.nfd")), 1), 0);
     EXPECT_EQ(d.Import(PathOf(Put("unknown.abc", Bytes(5000, 1))), 1), 0);

@@ -30,10 +30,6 @@ void Dim2SD(VDisk& d) {
     d.NewTrack(0, 0);
     for (int r = 1; r <= 26; r++) d.Track(0, 0)->AddSector(Sec(0, 0, 0, r, 0));
 }
-// Media 3 numbering: H from 0x80 on.
-void HighH(VDisk& d) {
-    d.Track(2, 0)->sectors->idH = 0x80;
-}
 // Per track: a uniform sector, one differing in its last byte only, a deleted FM one.
 void FddFill(VDisk& d) {
     for (int t = 0; t < 2 * 82; t++) {
@@ -74,7 +70,6 @@ const std::vector<Pin> kNfd = {
     {0x10, 'A'}, {0x110, kNfdHdr, true}, {0x114, 0}, {0x115, 2}, {kN0 + 7, 0}, {kN0 + 10, 0x30},
     {kN1 + 7, 4}, {kN1 + 17 * 16 + 4, 1}, {kN1 + 18 * 16, 0xFF}, {kN1 + 18 * 16 + 10, 0xFF},
     {kN1 + 18 * 16 + 11, 0}};
-// clang-format on
 
 struct Case {
     const char* file;
@@ -85,15 +80,11 @@ struct Case {
 };
 const Case kCases[] = {
     // Plain: the extension picks the row; cylinders beyond it are left out.
-    {"w.xdf", 7, 80, 8, 3, nullptr, 1261568, {}},
-    {"w.2hd", 7, 77, 8, 3, nullptr, 1261568, {}},
-    {"w.Dup", 7, 77, 8, 3, nullptr, 1261568, {}},
-    {"w.IMG", 7, 77, 8, 3, nullptr, 1261568, {}},
-    {"w.2d", 1, 40, 9, 2, nullptr, 368640, {}},
-    {"w.HDM", 7, 76, 8, 3, nullptr, -1, {}},
+    {"w.xdf", 7, 80, 8, 3, nullptr, 1261568, {}}, {"w.Dup", 7, 77, 8, 3, nullptr, 1261568, {}},
+    {"w.IMG", 7, 77, 8, 3, nullptr, 1261568, {}}, {"w.2d", 1, 40, 9, 2, nullptr, 368640, {}},
+    {"w.HDM", 7, 76, 8, 3, nullptr, -1, {}}, {"w.HFE", 7, 77, 8, 3, nullptr, -1, {}},
     {"w.2HC", 7, 80, 15, 2, [](VDisk& d) { Extra(d, 0, 1); }, -1, {}},
     {"w.2dd", 3, 80, 9, 2, [](VDisk& d) { d.Track(79, 1)->sectors->idN = 3; }, -1, {}},
-    {"w.HFE", 7, 77, 8, 3, nullptr, -1, {}},
     // D68: status NODAM > DATACRC > IDCRC > DELETED, the mark from DELETED alone; media byte.
     {"w.d88", 7, 1, 0, 0, D68Status, 688 + 5 * 144, kD68},
     {"w.d68", 1, 43, 0, 0, nullptr, 688, {{0x1B, 0x10}, {0x1C, 688, true}}},
@@ -104,7 +95,8 @@ const Case kCases[] = {
     {"w.dim", 7, 77, 8, 3, nullptr, 256 + 154 * 8192, kDim},
     {"w.dim", 7, 80, 8, 3, nullptr, 256 + 160 * 8192, {{0, 0}, {0xFF, 1}}},
     {"w.dim", 7, 80, 9, 3, nullptr, 256 + 160 * 9216, {{0, 1}, {0xFF, 0}}},
-    {"w.dim", 7, 80, 9, 3, HighH, 256 + 160 * 9216, {{0, 3}}},
+    {"w.dim", 7, 80, 9, 3, [](VDisk& d) { d.Track(2, 0)->sectors->idH = 0x80; }, 256 + 160 * 9216,
+     {{0, 3}}},  // media 3 numbering: H from 0x80 on
     {"w.dim", 7, 80, 15, 2, nullptr, 256 + 160 * 7680, {{0, 2}}},
     {"w.dim", 7, 82, 18, 2, nullptr, 256 + 164 * 9216, {{0, 9}, {164, 1}}},
     {"w.dim", 7, 80, 26, 1, Dim2SD, 256 + 26 * 128 + 159 * 26 * 256, {{0, 17}}},
@@ -130,6 +122,7 @@ const Case kCases[] = {
     {"w.nfd", 7, 1, 0, 0, [](VDisk& d) { Long(d, 0, 860); }, kNfdHdr + 20000, {{kN0 + 10, 0x90}}},
     {"w.nfd", 7, 2, 26, 0, [](VDisk& d) { Extra(d, 0, 1); }, -1, {}},
 };
+// clang-format on
 
 TEST(ImageWriters, PinnedBytesAndRefusals) {
     for (const Case& k : kCases) {

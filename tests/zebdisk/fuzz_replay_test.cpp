@@ -2,39 +2,29 @@
 // function, so the sanitizer build of the test suite keeps them fixed.
 #include <gtest/gtest.h>
 
-#include <cstring>
+#include <algorithm>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <vector>
 
 #include "../../fuzz/fuzz_entries.h"
+#include "zebdisk/zebdisk_file_builder.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 
-const fs::path kRegressions = fs::path(__FILE__).parent_path() / "../../fuzz/regressions";
-
-const zebfuzz::Entry* FindEntry(const std::string& name) {
-    for (const zebfuzz::Entry& e : zebfuzz::kEntries)
-        if (name == e.name) return &e;
-    return nullptr;
-}
-
 TEST(FuzzReplay, EveryRegressionInputRunsCleanThroughItsTarget) {
-    ASSERT_TRUE(fs::is_directory(kRegressions)) << kRegressions;
+    const fs::path regressions = fs::path(__FILE__).parent_path() / "../../fuzz/regressions";
+    ASSERT_TRUE(fs::is_directory(regressions)) << regressions;
     int replayed = 0;
-    for (const fs::directory_entry& dir : fs::directory_iterator(kRegressions)) {
+    for (const fs::directory_entry& dir : fs::directory_iterator(regressions)) {
         if (!dir.is_directory()) continue;
-        const zebfuzz::Entry* e = FindEntry(dir.path().filename().string());
-        ASSERT_NE(e, nullptr) << "no fuzz target named " << dir.path().filename();
+        const auto e =
+            std::find_if(std::begin(zebfuzz::kEntries), std::end(zebfuzz::kEntries),
+                         [&](const zebfuzz::Entry& x) { return dir.path().filename() == x.name; });
+        ASSERT_NE(e, std::end(zebfuzz::kEntries)) << "no fuzz target named " << dir.path();
         for (const fs::directory_entry& f : fs::directory_iterator(dir.path())) {
-            if (!f.is_regular_file()) continue;
             SCOPED_TRACE(f.path().string());
-            std::ifstream in(f.path(), std::ios::binary);
-            const std::vector<uint8_t> data((std::istreambuf_iterator<char>(in)),
-                                            std::istreambuf_iterator<char>());
+            const zebtest::Bytes data = zebtest::Slurp(f.path().string());
             e->run(data.data(), data.size());
             replayed++;
         }

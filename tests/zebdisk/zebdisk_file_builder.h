@@ -34,8 +34,4 @@ inline Filepath PathOf(const std::string& name) {
     return p;
 }
 
-inline int Bit(const uint8_t* d, int64_t p) {
-    return (d[p >> 3] >> (7 - (p & 7))) & 1;
-}
-
 }  // namespace zebtest
