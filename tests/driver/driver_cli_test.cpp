@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <regex>
+#include <sstream>
 #include <tuple>
 #include <vector>
 
@@ -49,39 +50,33 @@ void SaveDisk(const std::string& name, int type, int raw, const char* diskName, 
 }
 
 TEST(ParseArgument, OptionsFallBackAsDocumented) {
-    struct Case {
-        std::vector<std::string> args;
-        bool ok;
-        int raw, mb, disk;
-    };
-    const Case cases[] = {
-        {{"-i", "a.zeb", "-o", "b.zeb"}, true, 0, 0, 1},
-        {{"-i", "a.zeb", "-o", "b.zeb", "-n", "32"}, true, 0, 0, 32},
-        {{"-n", "0", "-i", "a.zeb", "-o", "b.zeb"}, true, 0, 0, 1},
-        {{"-n", "33", "-i", "a.zeb", "-o", "b.zeb"}, true, 0, 0, 1},
-        {{"-n", "abc", "-i", "a.zeb", "-o", "b.zeb"}, true, 0, 0, 1},
-        {{"-n", "3x", "-n", "-5", "-n", "3x", "-i", "a.zeb", "-o", "b.zeb"}, true, 0, 0, 3},
-        {{"-f", "Raw", "-f", "encode", "-i", "a.zeb", "-o", "b.zeb"}, true, 1, 0, 1},
-        {{"-f", "r", "-i", "a.zeb", "-o", "b.zeb"}, true, 1, 0, 1},
-        {{"-f", "x", "-i", "a.zeb", "-o", "b.zeb", "-q"}, true, 0, 0, 1},
-        {{"-a", "M", "-i", "a.zeb", "-o", "b.zeb"}, true, 0, 1, 1},
-        {{"-a", "mb", "-a", "upd765", "-i", "a.zeb", "-o", "b.zeb"}, true, 0, 0, 1},
-        {{"-a", "8877", "-i", "a.zeb", "-o", "b.zeb", "-a", "mb8877"}, true, 0, 1, 1},
-        {{"-o", "b.zeb"}, false, 0, 0, -1},
-        {{"-i", "a.zeb", "-f", "raw", "-a", "m"}, false, 1, 1, -1},
-        {{"-i"}, false, 0, 0, -1},
-    };
-    for (const Case& k : cases) {
-        std::vector<std::string> args = k.args;
-        args.insert(args.begin(), "zebconv");
+    // {arguments, accepted, raw mode, MB8877 rules, disk number}
+    // clang-format off
+    const std::tuple<const char*, bool, int, int, int> cases[] = {
+        {"-i a.zeb -o b.zeb", true, 0, 0, 1}, {"-i a.zeb -o b.zeb -n 32", true, 0, 0, 32},
+        {"-n 0 -i a.zeb -o b.zeb", true, 0, 0, 1}, {"-n 33 -i a.zeb -o b.zeb", true, 0, 0, 1},
+        {"-n abc -i a.zeb -o b.zeb", true, 0, 0, 1},
+        {"-n 3x -n -5 -n 3x -i a.zeb -o b.zeb", true, 0, 0, 3},
+        {"-f Raw -f encode -i a.zeb -o b.zeb", true, 1, 0, 1},
+        {"-f r -i a.zeb -o b.zeb", true, 1, 0, 1}, {"-f x -i a.zeb -o b.zeb -q", true, 0, 0, 1},
+        {"-a M -i a.zeb -o b.zeb", true, 0, 1, 1},
+        {"-a mb -a upd765 -i a.zeb -o b.zeb", true, 0, 0, 1},
+        {"-a 8877 -i a.zeb -o b.zeb -a mb8877", true, 0, 1, 1},
+        {"-o b.zeb", false, 0, 0, -1}, {"-i a.zeb -f raw -a m", false, 1, 1, -1},
+        {"-i", false, 0, 0, -1}};
+    // clang-format on
+    for (const auto& [line, ok, raw, mb, disk] : cases) {
+        std::vector<std::string> args = {"zebconv"};
+        std::istringstream in(line);
+        for (std::string w; in >> w;) args.push_back(w);
         std::vector<char*> argv;
         for (std::string& a : args) argv.push_back(a.data());
         argv.push_back(nullptr);
         diskno = -1;
         EXPECT_EQ(std::tuple(ParseArgument(static_cast<int>(args.size()), argv.data()), rawmode,
                              mb8877, diskno),
-                  std::tuple(k.ok, k.raw, k.mb, k.disk))
-            << testing::PrintToString(k.args);
+                  std::tuple(ok, raw, mb, disk))
+            << line;
     }
     EXPECT_STREQ(fpInfile.GetPath(), "a.zeb");
 }
@@ -103,8 +98,6 @@ TEST(ZebconvCli, BannerUsageAndExitStatuses) {
         {"-i cli_src.zeb -z", 22, "Error : Invalid destination image file path\n"},
         {"-i cli_none.zeb -o cli_out.zeb", 2, "Result             : Load failed\n"},
         {"-i cli_none.d88 -o cli_out.zeb", 2, "Result             : Import failed\n"},
-        {"-i cli_src.zeb -o cli_nodir/x.zeb", 14, "Result             : Save failed\n"},
-        {"-i cli_src.zeb -o cli_nodir/x.d88", 14, "Result             : Export failed\n"},
         {"-i cli_src.zeb -o cli_out.zeb", 0, "Result             : Success\n"},
     };
     for (const auto& [args, status, err] : cases) {
@@ -113,8 +106,7 @@ TEST(ZebconvCli, BannerUsageAndExitStatuses) {
         EXPECT_EQ(r.status, status);
         EXPECT_EQ(r.err, err);
         const std::string rest = AfterBanner(r.out);
-        const bool failed = status == 2 || status == 22;
-        EXPECT_EQ(rest, !*args ? "Usage: " + prog + usage : failed ? "" : rest);
+        EXPECT_EQ(rest, !*args ? "Usage: " + prog + usage : status ? "" : rest);
     }
     EXPECT_EQ(Slurp("cli_out.zeb"), Slurp("cli_src.zeb"));
 }

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <map>
 #include <regex>
 #include <sstream>
@@ -41,11 +42,8 @@ void PutTrack(ZEBDisk& d, int c, int h, const std::vector<dectest::SectorLayout>
     dectest::StreamBuilder b;
     const bool mfm = layouts.back().mfm;
     if (rotate < 0) mfm ? b.MfmHeader() : b.FmHeader();
-    int damPos = 0;
-    for (const auto& s : layouts) {
-        const int at = b.Sector(s).damPos;
-        damPos = damPos ? damPos : at;
-    }
+    const int damPos = b.Sector(layouts[0]).damPos;
+    for (size_t i = 1; i < layouts.size(); ++i) b.Sector(layouts[i]);
     b.PadTo(100000, mfm);
     const std::vector<uint8_t> bytes = rotate < 0 ? b.Bytes() : b.Rotated(damPos + rotate);
     d.NewRecord(c * 2 + h, static_cast<int>(bytes.size()) + 17, c, h, 100000);
@@ -258,9 +256,7 @@ TEST_F(Scan, BrowserDrawsEachSectorInItsColour) {
     ASSERT_TRUE(LoadScanImage("scan_defects.zeb", 1, &d));
     const ScanReport rep = BuildScanReport(d, opt, nullptr);
     const MapLayout map(rep);
-    char* cwd = getcwd(nullptr, 0);
-    const std::string dir = cwd ? cwd : ".";
-    free(cwd);
+    const std::string dir = std::filesystem::current_path().string();
     std::remove("scan_render.png");
     const std::string cmd =
         "timeout 120 chromium --headless --no-sandbox --disable-gpu --no-first-run "

@@ -58,21 +58,6 @@ inline void Uniform(VDisk& d, int type, int cyls, int count, int n) {
             d.Track(t / 2, t % 2)->AddSector(Sec(1, t / 2, t % 2, r, n));
 }
 
-// FM and MFM, 128 to 1,024 bytes, deleted marks, uniform data, a 16 KiB sector
-// with foreign IDs and an absent last head-1 track.
-inline void Mixed(VDisk& d, int cyls) {
-    d.Init(VDISK_2HD, cyls, 2);
-    for (int t = 0; t < 2 * cyls; t++)
-        for (int r = 1; r <= 4; r++) {
-            const int c = t / 2, h = t % 2;
-            VSector* s = Sec(c % 3 || r == 1, c, h, r, (c + h + r) % 4, r == 3 ? SECT_DELETED : 0);
-            if (r == 2) std::memset(s->data, c, static_cast<size_t>(s->length));
-            d.Track(c, h)->AddSector(s);
-        }
-    d.Track(0, 0)->AddSector(Sec(1, 0x45, 0x67, 0xF7, 7));
-    d.tracks[cyls - 1][1].reset();
-}
-
 // Exports to a fresh scratch file and returns its bytes (none when refused).
 inline Bytes Written(VDisk& d, const std::string& name) {
     const std::string f = Scratch(name);
@@ -96,16 +81,17 @@ inline Bytes DimImage(int media, std::vector<int> present) {
     return b;
 }
 
+inline auto Key(const VSector* s) {
+    return std::tuple(!s->mfm, s->idC, s->idH, s->idR, s->idN, s->gap2, s->gap3, s->status,
+                      Bytes(s->data, s->data + s->length));
+}
 // The first sector difference between two disks, or "" (a null slot is an empty track).
 inline std::string Diff(const VDisk& a, const VDisk& b) {
     for (int t = 0; t < 2 * VDisk::kMaxCylinders; t++) {
         const VTrack *ta = a.Track(t / 2, t % 2), *tb = b.Track(t / 2, t % 2);
         const VSector *x = ta ? ta->sectors : nullptr, *y = tb ? tb->sectors : nullptr;
         for (; x && y; x = x->next, y = y->next)
-            if (!x->mfm != !y->mfm || x->idC != y->idC || x->idH != y->idH || x->idR != y->idR ||
-                x->idN != y->idN || x->gap2 != y->gap2 || x->gap3 != y->gap3 ||
-                x->status != y->status || x->length != y->length ||
-                std::memcmp(x->data, y->data, static_cast<size_t>(x->length)) != 0)
+            if (Key(x) != Key(y))
                 return "track " + std::to_string(t) + " R " + std::to_string(x->idR);
         if (x || y) return "track " + std::to_string(t) + " sector count";
     }

@@ -1,6 +1,5 @@
-// Reader rules the files do not spell out, header fields the readers interpret,
-// and hostile files that every reader must refuse without reading past the file,
-// the track table or its buffers.
+// Reader rules the files do not spell out, header fields the readers interpret, and hostile
+// files every reader must refuse without reading past the file, track table or buffers.
 #include "image_builder.h"
 
 using namespace vdt;
@@ -36,11 +35,8 @@ TEST(DimImport, SectorIdsFollowTheMediaByte) {
 TEST(D68Import, CylindersFromMediaByteAndFullTable) {
     // {media, offset of the one track (688: a full table follows the header), its table
     // index, type, cylinders}: a cut table, or none for cylinder 0 head 0, gives 80.
-    const uint32_t cases[][5] = {{0x00, 688, 0, 1, 42},
-                                 {0x10, 688, 0, 3, 82},
-                                 {0x20, 688, 0, 7, 82},
-                                 {0x20, 720, 0, 7, 80},
-                                 {0x20, 688, 3, 7, 80}};
+    const uint32_t cases[][5] = {
+        {0x10, 688, 0, 3, 82}, {0x20, 720, 0, 7, 80}, {0x20, 688, 3, 7, 80}};
     for (const auto& k : cases) {
         Bytes b(k[1] + 16 + 256, 0);
         FieldWriter w = W(b);
@@ -59,8 +55,6 @@ TEST(D68MediaOffset, ChainOfDisksAndItsLimits) {
     const int n1 = static_cast<int>(both.size()), end = 0x1E0100, rest = end - n1;
     both.insert(both.end(), two.begin(), two.end());
     both.resize(end);  // room for the largest disk size
-    ASSERT_EQ(d.Import(PathOf(Put("chain.d88", both)), 2), 1);
-    EXPECT_EQ(Diff(d, b), "");
     // {header patched (-1: none, 0: disk 1, 1: disk 2), its disk size, disk number, offset}
     const int cases[][4] = {{-1, 0, -3, 0},       {-1, 0, 1, 0},    {-1, 0, 2, n1},
                             {0, 511, 2, -1},      {0, 512, 2, 512}, {0, 0x1E0000, 2, 0x1E0000},
@@ -75,19 +69,25 @@ TEST(D68MediaOffset, ChainOfDisksAndItsLimits) {
     for (int no : {1, 2}) EXPECT_EQ(d.GetD68MediaOffset(PathOf(Put("s.d88", Bytes(600))), no), -1);
 }
 
-// A valid image of two cylinders of two 256-byte sectors (DIM: media 0, tracks 0 and 3).
+// A valid image of two cylinders of two 256-byte sectors (DIM: media 0, tracks 0 and 3; plain:
+// 2HD by its size).
 Bytes Valid(const std::string& ext) {
     if (ext == ".dim") return DimImage(0, {0, 3});
+    if (ext == ".img") return Bytes(1261568, 0xE5);
     VDisk d;
     Uniform(d, VDISK_2HD, 2, 2, 1);
     return Written(d, "valid" + ext);
 }
 constexpr size_t kF0 = 0xDC, kN0 = 0x120;  // first FDD and NFD table entries
 
-// One byte of the file set to v.
+// One byte of the file set to v; the file cut to n bytes, or by -n.
 template <size_t off, uint8_t v>
 void Set(Bytes& b) {
     b[off] = v;
+}
+template <long n>
+void Size(Bytes& b) {
+    b.resize(n < 0 ? b.size() - static_cast<size_t>(-n) : static_cast<size_t>(n));
 }
 
 struct Patch {
@@ -103,31 +103,33 @@ const Patch kPatches[] = {
     {".fdi", "media 0x91", Set<4, 0x91>, 7}, {".fdi", "media 0x30", Set<4, 0x30>, 7},
     {".fdi", "media 0xB0", Set<4, 0xB0>, 7}, {".fdi", "media 0x7F", Set<4, 0x7F>, 3},
     {".fdi", "media 0xF0", Set<4, 0xF0>, 3}, {".fdi", "media 0x50", Set<4, 0x50>, 1},
-    {".fdi", "media 0xD0", Set<4, 0xD0>, 1},
-    {".fdd", "write-protect field", Set<0x88, 1>, 7, 1},
+    {".fdi", "media 0xD0", Set<4, 0xD0>, 1}, {".fdd", "write-protect field", Set<0x88, 1>, 7, 1},
     {".nfd", "write-protect byte", Set<0x114, 1>, 7, 1},
-    // Refused:
+    // Plain images by size alone, whatever the extension; the 2D row's own 36,840 bytes run
+    // short, the 368,640 it writes are unknown, an empty file fails on its first read.
+    {".d88", "plain size", Size<1261568>, 7}, {".img", "36,840 bytes", Size<36840>},
+    {".img", "368,640 bytes", Size<368640>}, {".img", "empty", Size<0>},
+    // The rest refused:
     {".d88", "media 0x30", Set<0x1B, 0x30>}, {".d88", "zero sector count", Set<688 + 4, 0>},
     {".d88", "16,385 bytes", [](Bytes& b) { W(b).U16(702, 16385), b.resize(b.size() + 16385); }},
     {".d88", "track past the file", [](Bytes& b) { W(b).U32(0x24, 0x7FFFFFF0); }},
-    {".d88", "data cut short", [](Bytes& b) { b.pop_back(); }},
+    {".d88", "data cut short", Size<-1>}, {".dim", "track cut short", Size<-1>},
     {".d88", "every track on the same data", [](Bytes& b) {
          for (size_t i = 0; i < 164; i++) W(b).U32(0x20 + 4 * i, 688);
      }},
     {".dim", "one trailing blank", Set<0xB7, 0>}, {".dim", "no NUL after the id", Set<0xB8, ' '>},
-    {".dim", "media 4", Set<0, 4>}, {".dim", "track cut short", [](Bytes& b) { b.pop_back(); }},
+    {".dim", "media 4", Set<0, 4>}, {".fdi", "one byte long", [](Bytes& b) { b.push_back(0); }},
     {".fdi", "media 0x20", Set<4, 0x20>}, {".fdi", "3 heads", [](Bytes& b) { W(b).U32(0x18, 3); }},
     {".fdi", "0 sectors", [](Bytes& b) { W(b).U32(0x14, 0), b.resize(4096); }},
     {".fdi", "85 cylinders", [](Bytes& b) { W(b).U32(0x1C, 85), b.resize(4096 + 85 * 1024); }},
     {".fdi", "256 sectors", [](Bytes& b) { W(b).U32(0x14, 256), b.resize(4096 + 1024 * 256); }},
     {".fdi", "length 1000", [](Bytes& b) { W(b).U32(0x10, 1000), b.resize(4096 + 8 * 1000); }},
     {".fdi", "length 64", [](Bytes& b) { W(b).U32(0x10, 64), b.resize(4096 + 8 * 64); }},
-    {".fdi", "one byte long", [](Bytes& b) { b.push_back(0); }},
-    {".fdd", "header one byte short", [](Bytes& b) { b.resize(0xC3FB); }},
-    {".fdd", "VFD2.", Set<3, '2'>}, {".fdd", "N 7 on 256 bytes", Set<kF0 + 3, 7>},
+    {".fdd", "header one byte short", Size<0xC3FB>}, {".fdd", "VFD2.", Set<3, '2'>},
+    {".fdd", "N 7 on 256 bytes", Set<kF0 + 3, 7>},
     {".fdd", "data one byte past", [](Bytes& b) { W(b).U32(kF0 + 8, b.size() - 255); }},
-    {".nfd", "header one byte short", [](Bytes& b) { b.resize(0x10A0F); }},
-    {".nfd", "revision R1", Set<13, '1'>}, {".nfd", "1 head", Set<0x115, 1>},
+    {".nfd", "header one byte short", Size<0x10A0F>}, {".nfd", "revision R1", Set<13, '1'>},
+    {".nfd", "1 head", Set<0x115, 1>},
     {".nfd", "media 0x20", Set<kN0 + 10, 0x20>}, {".nfd", "N 7 on 256 bytes", Set<kN0 + 3, 7>},
 };
 // clang-format on

@@ -15,10 +15,8 @@ void Extra(VDisk& d, int c, int h, int len = 128) {
 }
 // One 10,000-byte sector a track, putting the estimate at the 11,000-byte threshold.
 void Long(VDisk& d, int mfm, int gap3) {
-    for (int h = 0; h < 2; h++) {
-        d.Track(0, h)->AddSector(Sec(mfm, 0, h, 1, 3, 0, 10000));
-        d.Track(0, h)->sectors->gap3 = gap3;
-    }
+    for (int h = 0; h < 2; h++) d.Track(0, h)->AddSector(Sec(mfm, 0, h, 1, 3, 0, 10000));
+    d.Track(0, 0)->sectors->gap3 = d.Track(0, 1)->sectors->gap3 = gap3;
 }
 void D68Status(VDisk& d) {
     for (int st : std::initializer_list<int>{SECT_DELETED, SECT_IDCRC, SECT_IDCRC | SECT_DATACRC,
@@ -81,7 +79,8 @@ struct Case {
 const Case kCases[] = {
     // Plain: the extension picks the row; cylinders beyond it are left out.
     {"w.xdf", 7, 80, 8, 3, nullptr, 1261568, {}}, {"w.Dup", 7, 77, 8, 3, nullptr, 1261568, {}},
-    {"w.IMG", 7, 77, 8, 3, nullptr, 1261568, {}}, {"w.2d", 1, 40, 9, 2, nullptr, 368640, {}},
+    {"w.IMG", 7, 77, 8, 3, nullptr, 1261568, {{8192, 8}, {16384 + 1025, 26}}},  // C, H, R order
+    {"w.2d", 1, 40, 9, 2, nullptr, 368640, {}},
     {"w.HDM", 7, 76, 8, 3, nullptr, -1, {}}, {"w.HFE", 7, 77, 8, 3, nullptr, -1, {}},
     {"w.2HC", 7, 80, 15, 2, [](VDisk& d) { Extra(d, 0, 1); }, -1, {}},
     {"w.2dd", 3, 80, 9, 2, [](VDisk& d) { d.Track(79, 1)->sectors->idN = 3; }, -1, {}},
