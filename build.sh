@@ -13,7 +13,6 @@ deps() {
     command -v g++ >/dev/null || need+=(g++)
     [ -f /usr/include/gtest/gtest.h ] || need+=(libgtest-dev)
     [ -f /usr/include/benchmark/benchmark.h ] || need+=(libbenchmark-dev)
-    [ -f /usr/include/zlib.h ] || need+=(zlib1g-dev)      # reads zebscan's rendered picture
     command -v chromium >/dev/null || need+=(chromium)  # renders zebscan's SVG in a test
     if [ ${#need[@]} -gt 0 ]; then
         local sudo=""
