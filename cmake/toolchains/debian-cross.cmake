@@ -1,0 +1,20 @@
+# Shared part of the Debian cross toolchains. The including file sets
+# CMAKE_SYSTEM_PROCESSOR, ZEBKIT_TARGET_TRIPLE and ZEBKIT_QEMU_NAME.
+set(CMAKE_SYSTEM_NAME Linux)
+set(CMAKE_C_COMPILER ${ZEBKIT_TARGET_TRIPLE}-gcc)
+set(CMAKE_CXX_COMPILER ${ZEBKIT_TARGET_TRIPLE}-g++)
+
+# Target libraries and headers come from the cross sysroot only; programs
+# (the emulator, host tools) from the build machine.
+set(CMAKE_FIND_ROOT_PATH /usr/${ZEBKIT_TARGET_TRIPLE})
+set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
+set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
+
+# ctest and test discovery start target programs through this command.
+find_program(ZEBKIT_QEMU ${ZEBKIT_QEMU_NAME} NO_CMAKE_FIND_ROOT_PATH)
+if(NOT ZEBKIT_QEMU)
+  set(ZEBKIT_QEMU ${ZEBKIT_QEMU_NAME})
+endif()
+set(CMAKE_CROSSCOMPILING_EMULATOR ${ZEBKIT_QEMU} -L /usr/${ZEBKIT_TARGET_TRIPLE})
