@@ -36,4 +36,11 @@ private:
     // still possible with byte b at i + skip_ + k; any_ is their union.
     uint8_t table_[kWindow][256] = {};
     uint8_t any_[256] = {};
+    // Second-level prefilter on byte pairs that lie wholly inside the pattern
+    // at every bit shift: pairs_ holds one bit per 16-bit stream value seen at
+    // stream bytes i + pairFirst_ .. i + pairFirst_ + pairCount_ of a candidate
+    // at byte i. A pair outside the set rules out pairCount_ candidate bytes.
+    int pairFirst_ = 0;
+    int pairCount_ = 0;  // 0: pattern too short for the pair prefilter
+    std::vector<uint64_t> pairs_;
 };

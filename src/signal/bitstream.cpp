@@ -83,6 +83,25 @@ BfPattern::BfPattern(const uchar* pattern, int patLen) : patLen_(patLen) {
     }
     for (int b = 0; b < 256; b++)
         for (int k = 0; k < kWindow; k++) any_[b] = static_cast<uint8_t>(any_[b] | table_[k][b]);
+
+    // Pair q of a candidate covers pattern bits 8q - s .. 8q - s + 15 at shift s,
+    // wholly inside the pattern for every shift when 1 <= q <= (bits - 16) / 8.
+    // The last pairs hold the sync bytes, rare in ordinary data.
+    constexpr int kPairWindow = 4;
+    if (bits >= 24) {
+        const int qMax = (bits - 16) / 8;
+        pairCount_ = std::min(kPairWindow, qMax);
+        pairFirst_ = qMax - pairCount_ + 1;
+        pairs_.assign(65536 / 64, 0);
+        for (int q = pairFirst_; q < pairFirst_ + pairCount_; q++) {
+            for (int s = 0; s < 8; s++) {
+                unsigned v = 0;
+                for (int m = 0; m < 16; m++)
+                    v = (v << 1) | static_cast<unsigned>(PatBit(8 * q - s + m));
+                pairs_[v >> 6] |= uint64_t{1} << (v & 63);
+            }
+        }
+    }
 }
 
 bool BfPattern::Matches(const uchar* buf, int len, int a) const {
@@ -100,7 +119,13 @@ bool BfPattern::Matches(const uchar* buf, int len, int a) const {
 // First match among the folded positions [a0, a1) in increasing order, or -1.
 int BfPattern::FindInSpan(const uchar* buf, int len, int a0, int a1) const {
     // The prefilter needs the window's bytes wholly inside the stream.
-    const int64_t fastBytes = static_cast<int64_t>(len) / 8 - skip_ - (kWindow - 1);
+    int64_t fastBytes = static_cast<int64_t>(len) / 8 - skip_ - (kWindow - 1);
+    // ...and the pair prefilter needs its last pair's bytes there too.
+    if (pairCount_)
+        fastBytes =
+            std::min<int64_t>(fastBytes, static_cast<int64_t>(len) / 8 - pairFirst_ - pairCount_);
+    const uint64_t* pairs = pairs_.data();
+    const int pairLast = pairFirst_ + pairCount_ - 1;
     const uchar* w = buf + skip_;
     int a = a0;
     while (a < a1) {
@@ -112,6 +137,16 @@ int BfPattern::FindInSpan(const uchar* buf, int len, int a0, int a1) const {
         }
         const int64_t iEnd = std::min<int64_t>(fastBytes, (static_cast<int64_t>(a1) + 7) >> 3);
         for (int64_t j = i; j < iEnd;) {
+            if (pairCount_) {
+                // The last pair of candidate byte j is also a pair of the
+                // candidates j + 1 .. j + pairCount_ - 1.
+                const unsigned v =
+                    (static_cast<unsigned>(buf[j + pairLast]) << 8) | buf[j + pairLast + 1];
+                if (!((pairs[v >> 6] >> (v & 63)) & 1)) {
+                    j += pairCount_;
+                    continue;
+                }
+            }
             // A byte no table accepts rules out the window's candidates at
             // every byte that sees it.
             if (!any_[w[j + kWindow - 1]]) {
