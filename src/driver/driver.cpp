@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "driver/properties.h"
+#include "zebdisk/properties.h"
 #include "zebdisk/zebdisk.h"
 
 int32_t rawmode;

@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "fileio/filepath.h"
+#include "fileio/report.h"
 #include "track/vtrack.h"
 
 // Media codes of the sector level.
@@ -63,5 +64,7 @@ public:
     int32_t heads;
     char name[60];
     int32_t writeProtect;
+    // What the last import or export dropped or why it failed; never printed here.
+    Report report;
     std::unique_ptr<VTrack> tracks[kMaxCylinders][kMaxHeads];
 };

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "fileio/filepath.h"
+#include "fileio/report.h"
 #include "track/vtrack.h"
 
 // Disk types of the track level.
@@ -98,4 +99,7 @@ public:
     uint8_t header[zebhdr::kSize];
     std::vector<uint8_t> track[kSlots];  // empty vector = empty slot
     int32_t updated[kSlots];
+    // What the last load, import, conversion, save or export dropped, or why it
+    // failed (the sector-level disk's report is merged in); the programs print it.
+    Report report;
 };

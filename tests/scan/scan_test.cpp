@@ -11,7 +11,7 @@
 #include <tuple>
 
 #include "driver/driver_run.h"
-#include "driver/scan_svg.h"
+#include "scan/scan_svg.h"
 #include "track/decoder_stream.h"
 #include "vdisk/imagecommon.h"
 #include "zebdisk/zebdisk.h"

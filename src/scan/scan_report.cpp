@@ -1,4 +1,4 @@
-#include "driver/scan_report.h"
+#include "scan/scan_report.h"
 
 #include <algorithm>
 #include <array>

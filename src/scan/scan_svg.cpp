@@ -1,4 +1,4 @@
-#include "driver/scan_svg.h"
+#include "scan/scan_svg.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,7 +1,7 @@
 // One CSV row per sector, every field of the sector except its data.
 #include <cstdio>
 
-#include "driver/scan_report.h"
+#include "scan/scan_report.h"
 
 std::string ScanCsv(const ScanReport& rep) {
     std::string out =

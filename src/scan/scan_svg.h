@@ -5,7 +5,7 @@
 
 #include <cstddef>
 
-#include "driver/scan_report.h"
+#include "scan/scan_report.h"
 #include "track/vsector.h"
 
 struct MapPoint {

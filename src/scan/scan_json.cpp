@@ -1,7 +1,7 @@
 // The whole report as one JSON document (schema in the README).
 #include <cstdio>
 
-#include "driver/scan_report.h"
+#include "scan/scan_report.h"
 
 namespace {
 

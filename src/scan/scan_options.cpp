@@ -1,4 +1,4 @@
-#include "driver/scan_options.h"
+#include "scan/scan_options.h"
 
 #include <strings.h>
 

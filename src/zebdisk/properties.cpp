@@ -1,4 +1,4 @@
-#include "driver/properties.h"
+#include "zebdisk/properties.h"
 
 #include <cstdarg>
 #include <cstdio>

@@ -1,4 +1,4 @@
-#include "driver/scan_run.h"
+#include "scan/scan_run.h"
 
 #include <unistd.h>
 
@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "driver/scan_options.h"
-#include "driver/scan_report.h"
+#include "scan/scan_options.h"
+#include "scan/scan_report.h"
 #include "zebdisk/zebdisk.h"
 
 namespace {

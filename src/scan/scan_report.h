@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "driver/properties.h"
-#include "driver/scan_options.h"
+#include "zebdisk/properties.h"
+#include "scan/scan_options.h"
 
 class ZEBDisk;
 

@@ -1,6 +1,6 @@
 // The default listing: the converter's property block, one line per track and
 // a summary.
-#include "driver/scan_report.h"
+#include "scan/scan_report.h"
 #include "track/vsector.h"
 #include "track/vtrack.h"
 

@@ -1,6 +1,6 @@
 #include <cstdlib>
 
-#include "driver/scan_run.h"
+#include "scan/scan_run.h"
 
 int main(int argc, char* argv[]) {
     std::exit(RunScan(argc, argv));
