@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 
 #include "zebdisk/properties.h"
 #include "zebdisk/zebdisk.h"
@@ -23,6 +24,18 @@ void ErrorText(const char* text) {
     std::fflush(stdout);
     std::fwrite(text, 1, std::strlen(text), stderr);
     std::fflush(stderr);
+}
+
+// What the library reported: one "Warning : " line per kind of loss and, when a
+// stage failed, one "Error : " line saying why, all before the Result line.
+void ReportAndResult(const Report& report, bool failed, const char* result) {
+    std::string text;
+    for (const std::string& w : report.warnings) text += "Warning : " + w + "\n";
+    if (failed && !report.error.empty()) text += "Error : " + report.error + "\n";
+    text += "Result             : ";
+    text += result;
+    text += "\n";
+    ErrorText(text.c_str());
 }
 
 void PrintProperties(const ZEBDisk& disk) {
@@ -121,11 +134,11 @@ int RunConversion(int argc, char* argv[]) {
     ZEBDisk disk;
     if (fpInfile.HasExt(".ZEB")) {
         if (!disk.Load(fpInfile, 0)) {
-            ErrorText("Result             : Load failed\n");
+            ReportAndResult(disk.report, true, "Load failed");
             return 2;
         }
     } else if (!disk.Import(fpInfile, diskno)) {
-        ErrorText("Result             : Import failed\n");
+        ReportAndResult(disk.report, true, "Import failed");
         return 2;
     }
 
@@ -142,18 +155,18 @@ int RunConversion(int argc, char* argv[]) {
         std::printf("Output file        : %s\n", fpOutfile.GetPath());
         PrintProperties(disk);
         if (!disk.Save(fpOutfile, 1)) {
-            ErrorText("Result             : Save failed\n");
+            ReportAndResult(disk.report, true, "Save failed");
             return 14;
         }
     } else {
         std::printf("Export file        : %s\n", fpOutfile.GetPath());
         std::printf("Analyze mode       : %s\n", mb8877 ? "MB8877" : "uPD765");
         if (!disk.Export(fpOutfile, mb8877)) {
-            ErrorText("Result             : Export failed\n");
+            ReportAndResult(disk.report, true, "Export failed");
             return 14;
         }
     }
 
-    ErrorText("Result             : Success\n");
+    ReportAndResult(disk.report, false, "Success");
     return 0;
 }
