@@ -20,15 +20,22 @@ namespace {
 
 // Moves size bytes between p and fd with io (read or write), going on after
 // interrupted and short transfers and advancing *pos; false on an error, at the
-// end of the file, or for a bad descriptor, size or buffer.
+// end of the file, or for a bad descriptor, size or buffer. *err gets the
+// system's error number, 0 when the file simply ended.
 template <class Byte, class Io>
-bool TransferAll(int fd, Byte* p, int size, int64_t* pos, Io io) {
-    if (fd < 0 || size < 0 || (size > 0 && !p)) return false;
+bool TransferAll(int fd, Byte* p, int size, int64_t* pos, int* err, Io io) {
+    if (fd < 0 || size < 0 || (size > 0 && !p)) {
+        *err = EBADF;
+        return false;
+    }
     size_t left = static_cast<size_t>(size);
     while (left > 0) {
         const ssize_t n = io(fd, p, left);
         if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) return false;
+        if (n <= 0) {
+            *err = n < 0 ? errno : 0;
+            return false;
+        }
         p += n;
         left -= static_cast<size_t>(n);
         *pos += n;
@@ -38,7 +45,7 @@ bool TransferAll(int fd, Byte* p, int size, int64_t* pos, Io io) {
 
 }  // namespace
 
-Fileio::Fileio() : fd(-1), pos(0) {}
+Fileio::Fileio() : fd(-1), pos(0), lastError(0) {}
 Fileio::~Fileio() {
     Close();
 }
@@ -62,7 +69,14 @@ bool Fileio::Open(const char* fname, OpenMode mode) {
             // Decided by the permission bit itself, not by open(): a privileged
             // user may open any file for writing.
             struct stat st;
-            if (stat(fname, &st) != 0 || !(st.st_mode & S_IWUSR)) return false;
+            if (stat(fname, &st) != 0) {
+                lastError = errno;
+                return false;
+            }
+            if (!(st.st_mode & S_IWUSR)) {
+                lastError = EACCES;
+                return false;
+            }
             flags = O_RDWR;
             break;
         }
@@ -76,7 +90,10 @@ bool Fileio::Open(const char* fname, OpenMode mode) {
     do {
         f = open(fname, flags | O_CLOEXEC, 0666);
     } while (f < 0 && errno == EINTR);
-    if (f < 0) return false;
+    if (f < 0) {
+        lastError = errno;
+        return false;
+    }
     fd = f;
     pos = 0;
     return true;
@@ -87,12 +104,12 @@ bool Fileio::Open(const Filepath& path, OpenMode mode) {
 }
 
 bool Fileio::Read(void* buffer, int size) {
-    return TransferAll(fd, static_cast<uint8_t*>(buffer), size, &pos,
+    return TransferAll(fd, static_cast<uint8_t*>(buffer), size, &pos, &lastError,
                        [](int d, uint8_t* p, size_t n) { return read(d, p, n); });
 }
 
 bool Fileio::Write(const void* buffer, int size) {
-    return TransferAll(fd, static_cast<const uint8_t*>(buffer), size, &pos,
+    return TransferAll(fd, static_cast<const uint8_t*>(buffer), size, &pos, &lastError,
                        [](int d, const uint8_t* p, size_t n) { return write(d, p, n); });
 }
 
@@ -102,7 +119,10 @@ bool Fileio::Seek(int64_t offset, int relative) {
     if (target == pos) return true;
     if (fd < 0 || target < 0) return false;
     off_t r = lseek(fd, static_cast<off_t>(target), SEEK_SET);
-    if (r < 0) return false;
+    if (r < 0) {
+        lastError = errno;
+        return false;
+    }
     pos = r;
     return r == target;
 }

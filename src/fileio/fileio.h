@@ -36,4 +36,7 @@ public:
 
     int fd;
     int64_t pos;
+    // errno of the last failed open, read, write or seek; 0 when a read failed
+    // only because the file ended.
+    int lastError;
 };

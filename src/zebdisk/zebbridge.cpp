@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <utility>
 
 #include "fileio/fieldio.h"
 #include "vdisk/vdisk.h"
@@ -38,7 +39,9 @@ bool ZEBDisk::Import(const Filepath& path, int diskno) {
     }
 
     VDisk vdisk;
-    if (!vdisk.Import(path, diskno)) return false;
+    const bool imported = vdisk.Import(path, diskno) != 0;
+    report.Merge(std::move(vdisk.report));
+    if (!imported) return false;
 
     const VTrack* first = vdisk.Track(0, 0);
     const int firstLength = first ? first->GetLength() : 0;
@@ -127,7 +130,9 @@ bool ZEBDisk::Export(const Filepath& path, int mode) {
     std::memset(vdisk.name, 0, sizeof vdisk.name);
     std::memcpy(vdisk.name, name, std::min(sizeof name, sizeof vdisk.name));
     vdisk.writeProtect = HeaderInt(zebhdr::kWriteProtect) ? 1 : 0;
-    return vdisk.Export(path) != 0;
+    const bool exported = vdisk.Export(path) != 0;
+    report.Merge(std::move(vdisk.report));
+    return exported;
 }
 
 std::unique_ptr<VTrack> ZEBDisk::Analyze(int cylinder, int head, int mode) {
