@@ -13,7 +13,23 @@ install(TARGETS zebkit ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/src/
         DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/zebkit
         FILES_MATCHING PATTERN "*.h")
-install(FILES ${PROJECT_SOURCE_DIR}/doc/zebconv.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+
+# Man pages are installed gzipped, as Debian packages carry them; -n keeps the
+# name and time stamp out, so the bytes depend on the page alone.
+find_program(ZEBKIT_GZIP gzip REQUIRED)
+set(_zk_man_gz)
+foreach(page zebconv.1 zebscan.1)
+  set(_gz ${CMAKE_CURRENT_BINARY_DIR}/man/${page}.gz)
+  add_custom_command(OUTPUT ${_gz}
+    COMMAND ${CMAKE_COMMAND} -E make_directory ${CMAKE_CURRENT_BINARY_DIR}/man
+    COMMAND ${ZEBKIT_GZIP} -9nc ${PROJECT_SOURCE_DIR}/doc/${page} > ${_gz}
+    DEPENDS ${PROJECT_SOURCE_DIR}/doc/${page}
+    VERBATIM)
+  list(APPEND _zk_man_gz ${_gz})
+endforeach()
+add_custom_target(manpages ALL DEPENDS ${_zk_man_gz})
+install(FILES ${_zk_man_gz} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+install(FILES ${PROJECT_SOURCE_DIR}/doc/copyright DESTINATION ${CMAKE_INSTALL_DOCDIR})
 
 # Debian architecture of the target, not of the build machine, so that cross
 # builds package for the board they were built for.
@@ -36,9 +52,10 @@ set(CPACK_PACKAGE_NAME zebkit)
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_PACKAGE_VENDOR "ZEBKIT developers")
 set(CPACK_PACKAGE_CONTACT "ZEBKIT developers")
-set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "Floppy disk image converter (zebconv) and its library")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "Floppy disk image converter (zebconv) and inspector (zebscan)")
 set(CPACK_PACKAGE_DESCRIPTION
-    "zebconv converts floppy disk images between the track-level ZEB and HFE\nformats and sector images (D88/D77/D68/D98, DIM, FDI, FDD, NFD and plain\nheaderless images). The static library libzebkit and its headers are included.")
+    "zebconv converts floppy disk images between the track-level ZEB and HFE\nformats, SCP and KryoFlux flux captures, and sector images (D88/D77/D68/D98,\nDIM, FDI, FDD, NFD and plain headerless images). zebscan lists the tracks\nand sectors of any of these images with their errors, as text, JSON, CSV or\na picture. The static library libzebkit and its headers are included.")
+set(CPACK_RESOURCE_FILE_LICENSE ${PROJECT_SOURCE_DIR}/LICENSE)
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEBIAN_PACKAGE_MAINTAINER "ZEBKIT developers")

@@ -2,6 +2,7 @@
 // and back again gives the same file, byte for byte.
 #include <gtest/gtest.h>
 
+#include <ostream>
 #include <random>
 
 #include "driver/driver_run.h"
@@ -61,6 +62,11 @@ const Trip kTrips[] = {
     {"raw2dd", ".2dd", 737280, "mid.zeb", " -f raw"},
     {"rawhdm", ".hdm", 1261568, "mid.Zeb", " -f R -a mb8877"},
 };
+
+// Shown by the test runner in place of the parameter's bytes.
+void PrintTo(const Trip& t, std::ostream* os) {
+    *os << t.ext << " via " << t.mid << t.opts;
+}
 
 class RoundTrip : public testing::TestWithParam<Trip> {};
 
