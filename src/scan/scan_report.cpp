@@ -3,8 +3,12 @@
 #include <algorithm>
 #include <array>
 #include <memory>
+#include <mutex>
+#include <optional>
+#include <utility>
 
 #include "fileio/filepath.h"
+#include "zebdisk/trackpool.h"
 #include "zebdisk/zebdisk.h"
 
 namespace {
@@ -173,15 +177,24 @@ ScanReport BuildScanReport(ZEBDisk& disk, const ScanOptions& opt, const ScanProg
         for (int h = 0; h < heads; ++h)
             if (opt.head < 0 || opt.head == h) wanted.emplace_back(c, h);
 
+    // Tracks are analysed on the disk's workers, each into its own slot; the
+    // report takes them in track order.
+    const int total = static_cast<int>(wanted.size());
+    std::vector<std::optional<TrackFacts>> facts(wanted.size());
+    std::mutex progressLock;
     int done = 0;
-    for (const auto& [c, h] : wanted) {
-        if (progress) progress(done, static_cast<int>(wanted.size()));
-        ++done;
+    trackpool::ForEach(total, disk.workers, [&](int i) {
+        if (progress) {
+            const std::lock_guard<std::mutex> hold(progressLock);
+            progress(done++, total);
+        }
+        const auto [c, h] = wanted[static_cast<size_t>(i)];
         std::unique_ptr<VTrack> t = disk.Analyze(c, h, opt.mode);
-        if (!t) continue;
-        rep.tracks.push_back(FactsOf(*t, c, h, disk.GetTrackLen(c, h)));
-        t->Cleanup();
-    }
+        if (!t) return;
+        facts[static_cast<size_t>(i)] = FactsOf(*t, c, h, disk.GetTrackLen(c, h));
+    });
+    for (auto& f : facts)
+        if (f) rep.tracks.push_back(std::move(*f));
     FindMissing(rep.tracks);
     rep.summary = Summarise(rep.tracks);
     return rep;

@@ -8,6 +8,7 @@
 
 #include "fileio/fieldio.h"
 #include "vdisk/vdisk.h"
+#include "zebdisk/trackpool.h"
 #include "zebdisk/zebdisk.h"
 
 namespace {
@@ -74,16 +75,17 @@ bool ZEBDisk::Import(const Filepath& path, int diskno) {
 
     const int cylinders = std::clamp(vdisk.cylinders, 0, kMaxCylinders);
     const int heads = std::clamp(vdisk.heads, 0, kMaxHeads);
-    for (int c = 0; c < cylinders; c++) {
-        for (int h = 0; h < heads; h++) {
-            VTrack* t = vdisk.Track(c, h);
-            uint8_t* data = GetTrackData(c, h);
-            if (!t || !data) continue;
-            const int slot = c * 2 + h;
-            const int bits = t->Encode(0, data, GetTrackLen(c, h));
-            SetRecordInt(slot, zebrec::kBitLength, BitsWithin(bits, RecordDataSize(slot)));
-        }
-    }
+    // Every track is encoded into its own record.
+    trackpool::ForEach(cylinders * heads, workers, [&](int i) {
+        const int c = i / heads;
+        const int h = i % heads;
+        VTrack* t = vdisk.Track(c, h);
+        uint8_t* data = GetTrackData(c, h);
+        if (!t || !data) return;
+        const int slot = c * 2 + h;
+        const int bits = t->Encode(0, data, GetTrackLen(c, h));
+        SetRecordInt(slot, zebrec::kBitLength, BitsWithin(bits, RecordDataSize(slot)));
+    });
     initialized = 1;
     return true;
 }
@@ -114,15 +116,16 @@ bool ZEBDisk::Export(const Filepath& path, int mode) {
     }
     VDisk vdisk;
     vdisk.Init(vtype, cylinders, heads);
-    for (int c = 0; c < cylinders; c++) {
-        for (int h = 0; h < heads; h++) {
-            VTrack* t = vdisk.Track(c, h);
-            uint8_t* data = GetTrackData(c, h);
-            if (!t || !data) continue;
-            const int bits = BitsWithin(GetTrackLen(c, h), RecordDataSize(c * 2 + h));
-            t->Decode(0, data, bits, mode);
-        }
-    }
+    // Every track is decoded into its own VTrack.
+    trackpool::ForEach(cylinders * heads, workers, [&](int i) {
+        const int c = i / heads;
+        const int h = i % heads;
+        VTrack* t = vdisk.Track(c, h);
+        uint8_t* data = GetTrackData(c, h);
+        if (!t || !data) return;
+        const int bits = BitsWithin(GetTrackLen(c, h), RecordDataSize(c * 2 + h));
+        t->Decode(0, data, bits, mode);
+    });
 
     char name[zebhdr::kNameLen] = {};
     GetName(name);

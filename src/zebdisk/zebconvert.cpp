@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "signal/rawconv.h"
+#include "zebdisk/trackpool.h"
 #include "zebdisk/zebdisk.h"
 
 namespace {
@@ -50,15 +51,16 @@ template <class Convert>
 void RebuildRecords(ZEBDisk& disk, int cylinders, int size, Convert convert) {
     const int cyls = std::clamp(cylinders, 0, ZEBDisk::kMaxCylinders);
     const int heads = std::clamp(disk.Heads(), 0, ZEBDisk::kMaxHeads);
-    for (int c = 0; c < cyls; c++) {
-        for (int h = 0; h < heads; h++) {
-            const int slot = c * 2 + h;
-            OldRecord o = TakeRecord(disk, slot, c, h);
-            uint8_t* dst = NewRecordFrom(disk, slot, size, o);
-            disk.SetRecordInt(slot, zebrec::kBitLength, convert(o, dst));
-            disk.updated[slot] = 1;
-        }
-    }
+    // Each track touches only its own slot.
+    trackpool::ForEach(cyls * heads, disk.workers, [&](int i) {
+        const int c = i / heads;
+        const int h = i % heads;
+        const int slot = c * 2 + h;
+        OldRecord o = TakeRecord(disk, slot, c, h);
+        uint8_t* dst = NewRecordFrom(disk, slot, size, o);
+        disk.SetRecordInt(slot, zebrec::kBitLength, convert(o, dst));
+        disk.updated[slot] = 1;
+    });
 }
 
 }  // namespace

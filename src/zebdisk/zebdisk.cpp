@@ -7,6 +7,7 @@
 #include "fileio/fieldio.h"
 #include "fileio/fileio.h"
 #include "signal/alignraw.h"
+#include "zebdisk/trackpool.h"
 
 namespace {
 
@@ -65,7 +66,7 @@ void RotateBits(uint8_t* data, int64_t len, int64_t offset) {
 
 }  // namespace
 
-ZEBDisk::ZEBDisk() : initialized(0), readOnly(0), header{}, updated{} {}
+ZEBDisk::ZEBDisk() : initialized(0), readOnly(0), header{}, updated{}, workers(0) {}
 ZEBDisk::~ZEBDisk() = default;
 
 void ZEBDisk::Cleanup() {
@@ -256,17 +257,20 @@ bool ZEBDisk::Load(const Filepath& path, int align) {
     }
 
     if (align && Type() == ZEB_RAW) {
-        for (int c = 0; c < cyls; c++) {
-            for (int h = 0; h < heads; h++) {
-                const int slot = c * 2 + h;
-                int len = AlignRaw(track[slot].data() + kRecordHeader,
-                                   RecordInt(slot, zebrec::kBitLength));
-                if (len <= 0 || len > dataBytes * 8) {
-                    Cleanup();
-                    return false;
-                }
+        // Each track is aligned in its own record; a failure is judged after all.
+        std::vector<uint8_t> failed(static_cast<size_t>(cyls * heads), 0);
+        trackpool::ForEach(static_cast<int>(cyls * heads), workers, [&](int i) {
+            const int slot = static_cast<int>(i / heads * 2 + i % heads);
+            const int len =
+                AlignRaw(track[slot].data() + kRecordHeader, RecordInt(slot, zebrec::kBitLength));
+            if (len <= 0 || len > dataBytes * 8)
+                failed[static_cast<size_t>(i)] = 1;
+            else
                 SetRecordInt(slot, zebrec::kBitLength, len);
-            }
+        });
+        if (std::find(failed.begin(), failed.end(), 1) != failed.end()) {
+            Cleanup();
+            return false;
         }
     }
 

@@ -102,4 +102,8 @@ public:
     // What the last load, import, conversion, save or export dropped, or why it
     // failed (the sector-level disk's report is merged in); the programs print it.
     Report report;
+    // Threads that convert, encode, decode or align the tracks: 0 (the default)
+    // one per core, 1 every track in order on the calling thread. The result is
+    // the same either way; Cleanup and Init leave it as it is.
+    int32_t workers;
 };

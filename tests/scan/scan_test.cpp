@@ -241,3 +241,27 @@ TEST_F(Scan, BrowserDrawsEachSectorInItsColour) {
 }
 
 }  // namespace
+
+namespace {
+
+// The tracks are analysed on several workers; the report is the one a single
+// worker gives, for cell tracks and for the same disk as raw signal.
+TEST_F(Scan, ReportOfThePoolIsTheSingleWorkersReport) {
+    for (const bool raw : {false, true}) {
+        SCOPED_TRACE(raw ? "raw" : "cells");
+        std::string json[2];
+        for (const int workers : {1, 4}) {
+            ZEBDisk d;
+            ASSERT_TRUE(LoadScanImage("scan_defects.zeb", 1, &d));
+            if (raw) {
+                ASSERT_TRUE(d.ConvertRaw());
+            }
+            d.workers = workers;
+            json[workers > 1] = ScanJson(BuildScanReport(d, ScanOptions{}, nullptr));
+        }
+        EXPECT_NE(json[0].find("\"deleted\""), std::string::npos);
+        EXPECT_EQ(json[0], json[1]);
+    }
+}
+
+}  // namespace

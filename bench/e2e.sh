@@ -1,0 +1,99 @@
+#!/usr/bin/env bash
+# Whole conversions as a user runs them: every conversion of a 2HD disk between
+# a sector format and a track format in both directions, plus the raw paths.
+# Each is run RUNS times (default 10); the median wall time and the peak
+# memory are printed next to the median time of `cp` of the larger file.
+#
+#   bench/e2e.sh [BUILD_DIR] [RUNS]
+#
+# A destination of - marks a run that writes no file (zebscan).
+# BUILD_DIR defaults to ./build (a Release build). Images are made in a fresh
+# temporary folder with zebsample and zebconv and removed afterwards.
+set -euo pipefail
+
+BUILD=$(cd "${1:-build}" && pwd)
+RUNS=${2:-10}
+ZEBCONV=$BUILD/zebconv
+ZEBSCAN=$BUILD/zebscan
+ZEBSAMPLE=$BUILD/zebsample
+for t in "$ZEBCONV" "$ZEBSCAN" "$ZEBSAMPLE"; do
+    [ -x "$t" ] || { echo "missing $t (build first)" >&2; exit 1; }
+done
+[ -x /usr/bin/time ] || { echo "missing /usr/bin/time (peak memory)" >&2; exit 1; }
+
+WORK=$(mktemp -d)
+trap 'rm -rf "$WORK"' EXIT
+cd "$WORK"
+
+# Median of the arguments (milliseconds with three decimals).
+median() {
+    printf '%s\n' "$@" | sort -n | awk '{v[NR] = $1} END {
+        if (NR % 2) m = v[(NR + 1) / 2]; else m = (v[NR / 2] + v[NR / 2 + 1]) / 2;
+        printf "%.2f", m }'
+}
+
+# Wall time of one run of the command, in milliseconds.
+wall_ms() {
+    local t0 t1
+    t0=$EPOCHREALTIME
+    "$@" >/dev/null 2>&1
+    t1=$EPOCHREALTIME
+    awk -v a="$t0" -v b="$t1" 'BEGIN { printf "%.3f", (b - a) * 1000 }'
+}
+
+median_ms() {
+    local times=() i
+    for ((i = 0; i < RUNS; i++)); do times+=("$(wall_ms "$@")"); done
+    median "${times[@]}"
+}
+
+# Peak resident memory of one run, in KiB.
+peak_kib() {
+    /usr/bin/time -f %M -o "$WORK/.peak" "$@" >/dev/null 2>&1 || true
+    tail -n 1 "$WORK/.peak"
+}
+
+size_of() { stat -c %s "$1"; }
+
+# Sample disks: the 77 x 8 x 1,024 disk in the formats that hold it, the
+# PC-98 style disk (FM track 0, 26 x 256 elsewhere) in the D88 family, FDD and
+# NFD. Each sector image gets its own ZEB and HFE copy to convert back from.
+SECTOR=(hdm d88 dim fdi fdd nfd)
+for s in "${SECTOR[@]}"; do
+    "$ZEBSAMPLE" "disk.$s" >/dev/null
+    "$ZEBCONV" -i "disk.$s" -o "from-$s.zeb" >/dev/null 2>&1
+    "$ZEBCONV" -i "disk.$s" -o "from-$s.hfe" >/dev/null 2>&1
+done
+"$ZEBCONV" -i disk.hdm -o raw.zeb -f raw >/dev/null 2>&1
+
+printf '%-22s %10s %10s %10s %10s %12s %12s\n' conversion "ms" "cp ms" "ratio" "peak MiB" "files MiB" "limit MiB"
+row() {
+    local name=$1 src=$2 dst=$3
+    shift 3
+    [ "$dst" = - ] || rm -f "$dst"
+    "$@" >/dev/null 2>&1 || { echo "$name: failed" >&2; return 1; }
+    local in out big ms cpms peak limit
+    in=$(size_of "$src")
+    out=0
+    [ "$dst" = - ] || out=$(size_of "$dst")
+    big=$src
+    [ "$out" -gt "$in" ] && big=$dst
+    ms=$(median_ms "$@")
+    cpms=$(median_ms cp "$big" "$WORK/.copy")
+    peak=$(peak_kib "$@")
+    # Memory goal: twice the input and output files together, plus 8 MiB.
+    limit=$(awk -v a="$in" -v b="$out" 'BEGIN { printf "%.1f", (2 * (a + b)) / 1048576 + 8 }')
+    awk -v n="$name" -v m="$ms" -v c="$cpms" -v p="$peak" -v a="$in" -v b="$out" -v l="$limit" \
+        'BEGIN { printf "%-22s %10.2f %10.2f %10.2f %10.1f %12.1f %12s\n", n, m, c, m / c, p / 1024, (a + b) / 1048576, l }'
+}
+
+for s in "${SECTOR[@]}"; do
+    for t in zeb hfe; do
+        row "$s -> $t" "disk.$s" "out.$t" "$ZEBCONV" -i "disk.$s" -o "out.$t"
+        row "$t -> $s" "from-$s.$t" "out.$s" "$ZEBCONV" -i "from-$s.$t" -o "out.$s"
+    done
+done
+row "raw zeb -> hdm" raw.zeb out.hdm "$ZEBCONV" -i raw.zeb -o out.hdm
+row "raw zeb -> zeb" raw.zeb out.zeb "$ZEBCONV" -i raw.zeb -o out.zeb -f encode
+row "zeb -> raw zeb" from-hdm.zeb out-raw.zeb "$ZEBCONV" -i from-hdm.zeb -o out-raw.zeb -f raw
+row "zebscan raw zeb" raw.zeb - "$ZEBSCAN" raw.zeb
