@@ -98,8 +98,9 @@ void WriteSector(CellWriter& w, const VSector* s) {
     w.Gap(s->gap3, gap);
 }
 
-// Header and sectors; the background fill is done by the caller.
-void WriteLayout(CellWriter& w, bool mfmHeader, const VSector* list, int cells) {
+// Header and sectors; the background fill is done by the caller. Returns the
+// number of sectors left out.
+int WriteLayout(CellWriter& w, bool mfmHeader, const VSector* list, int cells) {
     w.SetMfm(mfmHeader);
     if (mfmHeader) {
         w.Gap(80, 0x4E);
@@ -114,16 +115,21 @@ void WriteLayout(CellWriter& w, bool mfmHeader, const VSector* list, int cells) 
     }
     // Sectors whose budget runs past the cell count are left out, with all after them.
     int64_t total = kHeaderCells;
-    for (const VSector* s = list; s; s = s->next) {
+    const VSector* s = list;
+    for (; s; s = s->next) {
         total += SectorBudget(s);
         if (total > cells) break;
         WriteSector(w, s);
     }
+    int left = 0;
+    for (; s; s = s->next) left++;
+    return left;
 }
 
 }  // namespace
 
 int VTrack::Encode(int raw, unsigned char* buf, int len) {
+    leftOut = 0;
     if (!sectors) {
         if (len > 0) {
             std::memset(buf, 0, static_cast<size_t>(len / 8));
@@ -155,7 +161,7 @@ int VTrack::Encode(int raw, unsigned char* buf, int len) {
 // the result is the same as filling first and overwriting.
 int VTrack::EncodeMFM(unsigned char* buf, int cells) {
     CellWriter w(buf, cells);
-    WriteLayout(w, true, sectors, cells);
+    leftOut = WriteLayout(w, true, sectors, cells);
     if (cells > 15) {
         const int64_t from = w.Pos() / 2;
         const int64_t words = cells / 16;
@@ -166,7 +172,7 @@ int VTrack::EncodeMFM(unsigned char* buf, int cells) {
 
 int VTrack::EncodeFM(unsigned char* buf, int cells) {
     CellWriter w(buf, cells);
-    WriteLayout(w, false, sectors, cells);
+    leftOut = WriteLayout(w, false, sectors, cells);
     if (cells > 31) {
         // MFM sectors can leave the fields ending half-way into a 32-cell word.
         int64_t from = w.Pos();

@@ -12,7 +12,8 @@ VTrack::VTrack()
       encData(nullptr),
       sectors(nullptr),
       mfmCount(0),
-      fmCount(0) {}
+      fmCount(0),
+      leftOut(0) {}
 
 // Owners normally call Cleanup themselves; doing it here as well means a
 // track that is dropped without it still releases its sectors and stream.
@@ -40,6 +41,7 @@ void VTrack::ClrSector() {
     }
     mfmCount = 0;
     fmCount = 0;
+    leftOut = 0;
 }
 
 void VTrack::AddSector(VSector* s) {

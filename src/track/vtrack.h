@@ -53,6 +53,9 @@ public:
     VSector* sectors;
     int32_t mfmCount;
     int32_t fmCount;
+    // Sectors at the end of the list that the last encoding could not fit on
+    // the track and left out.
+    int32_t leftOut;
 };
 
 // Track analysis flags set by Decode.

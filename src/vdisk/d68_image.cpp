@@ -3,10 +3,14 @@
 // header before its data. Several disks may follow one another in one file.
 #include <cstdint>
 #include <cstring>
+#include <string>
 #include <vector>
 
+#include "fileio/atomicfile.h"
 #include "fileio/fieldio.h"
+#include "fileio/fileerror.h"
 #include "fileio/fileio.h"
+#include "vdisk/exportloss.h"
 #include "vdisk/imagecommon.h"
 #include "vdisk/vdisk.h"
 
@@ -185,18 +189,25 @@ int VDisk::ExportD68(const Filepath& path) {
             hdr.U32(kHdrTrackTable + 4 * static_cast<size_t>(2 * c + h),
                     static_cast<uint32_t>(pos));
             for (const VSector* s = t->sectors; s; s = s->next) {
-                if (s->length < 0 || s->length > 0xFFFF) return 0;
+                if (s->length < 0 || s->length > 0xFFFF)
+                    return report.Fail(
+                        std::string(path.GetPath()) + ": sector R " + std::to_string(s->idR) +
+                        " of track " + TrackName(c, h) + " holds " + std::to_string(s->length) +
+                        " bytes, more than " + FormatName(path) + " can record (65535)");
                 pos += static_cast<int64_t>(kSecHdrSize) + s->length;
             }
-            if (pos > INT32_MAX) return 0;
+            if (pos > INT32_MAX)
+                return report.Fail(std::string(path.GetPath()) + ": the disk holds more than " +
+                                   FormatName(path) + " can address (2 GB)");
         }
     }
     hdr.U32(kHdrDiskSize, static_cast<uint32_t>(pos));
     static_assert(kHdrTrackTable + 4 * kTrackEntries == kHdrSize);
 
-    Fileio f;
-    if (!f.Open(path, Fileio::WriteOnly)) return 0;
-    if (!f.Write(hdrBuf.data(), static_cast<int>(hdrBuf.size()))) return 0;
+    AtomicFile f;
+    if (!f.Create(path)) return report.Fail(CannotCreate(path, f.lastError));
+    if (!f.Write(hdrBuf.data(), static_cast<int>(hdrBuf.size())))
+        return report.Fail(CannotWrite(path, f.lastError));
 
     std::vector<uint8_t> out;
     for (int c = 0; c < cyl; c++) {
@@ -220,8 +231,15 @@ int VDisk::ExportD68(const Filepath& path) {
                 out.insert(out.end(), secBuf, secBuf + kSecHdrSize);
                 AppendSectorData(out, s);
             }
-            if (!f.Write(out.data(), static_cast<int>(out.size()))) return 0;
+            if (!f.Write(out.data(), static_cast<int>(out.size())))
+                return report.Fail(CannotWrite(path, f.lastError));
         }
     }
+    if (!f.Commit()) return report.Fail(CannotWrite(path, f.lastError));
+
+    const std::string format = FormatName(path);
+    WarnTracksLeftOut(*this, 2 * cyl,
+                      format + " keeps " + std::to_string(kD68Cylinders) + " cylinders", &report);
+    WarnNameCut(name, static_cast<int>(kHdrNameChars), format, &report);
     return 1;
 }

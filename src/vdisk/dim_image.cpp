@@ -1,11 +1,16 @@
 // DIM images: a 256-byte header whose media byte alone fixes the geometry and
 // the sector IDs, followed by the data of every present track.
+#include <cerrno>
 #include <cstdint>
 #include <cstring>
+#include <string>
 #include <vector>
 
+#include "fileio/atomicfile.h"
 #include "fileio/fieldio.h"
+#include "fileio/fileerror.h"
 #include "fileio/fileio.h"
+#include "vdisk/exportloss.h"
 #include "vdisk/imagecommon.h"
 #include "vdisk/vdisk.h"
 
@@ -132,44 +137,77 @@ int VDisk::ImportDIM(const Filepath& path) {
     return 1;
 }
 
+namespace {
+
+// Why a disk does not fit a DIM file: the layouts the format holds and what the
+// disk has from track 0.1 on.
+std::string DimMismatch(const Filepath& path, int n, int count, int refN, int stopC, int stopH) {
+    std::string why = std::string(path.GetPath()) +
+                      ": .DIM holds at least 77 cylinders of 8 x 1024-byte sectors or at least 80 "
+                      "of 9 x 1024, 15 x 512, 18 x 512 or 26 x 256 (track 0.0: 26 x 128 FM), "
+                      "the disk has ";
+    if (count <= 0) return why + "no sectors on track 0.1";
+    why += std::to_string(n) + " cylinders of " + std::to_string(count) + " x " +
+           std::to_string(128 << (refN & 7)) + "-byte MFM sectors";
+    if (stopC >= 0) why += " (track " + TrackName(stopC, stopH) + " differs)";
+    return why + "; .D88 would fit";
+}
+
+}  // namespace
+
 int VDisk::ExportDIM(const Filepath& path) {
     const VTrack* ref = Track(0, 1);
-    if (!ref || ref->SectorCount() == 0 || !ref->sectors) return 0;
+    if (!ref || ref->SectorCount() == 0 || !ref->sectors || cylinders < 1)
+        return report.Fail(DimMismatch(path, 0, 0, 0, -1, 0));
     const int refCount = ref->SectorCount();
     const int refN = ref->sectors->idN;
-    if (cylinders < 1) return 0;
 
     // Cylinder 0 head 0 may differ (media 1 and 17 give it another layout), so
     // the count starts at cylinder 0 head 1.
     const int limit = cylinders < kDimCylinders ? cylinders : kDimCylinders;
     int n = 0;
+    int stopC = -1, stopH = 0;
     for (int c = 0; c < limit; c++) {
-        if (c > 0 && !Conforms(Track(c, 0), refCount, refN)) break;
-        if (!Conforms(Track(c, 1), refCount, refN)) break;
+        if (c > 0 && !Conforms(Track(c, 0), refCount, refN)) {
+            stopC = c, stopH = 0;
+            break;
+        }
+        if (!Conforms(Track(c, 1), refCount, refN)) {
+            stopC = c, stopH = 1;
+            break;
+        }
         n = c + 1;
     }
-    if (n < kMinCylinders) return 0;
+    // A track without sectors only ends the disk; one with other sectors differs.
+    if (stopC >= 0 && !(Track(stopC, stopH) && Track(stopC, stopH)->sectors)) stopC = -1;
+    const auto refuse = [&] {
+        return report.Fail(DimMismatch(path, n, refCount, refN, stopC, stopH));
+    };
+    if (n < kMinCylinders) return refuse();
 
     int media = -1;
     if (refN == 1) {
         const VTrack* t0 = Track(0, 0);
         const VSector* s = t0 ? t0->sectors : nullptr;
-        if (!s || s->mfm || s->idN != 0) return 0;
+        if (!s || s->mfm || s->idN != 0)
+            return report.Fail(std::string(path.GetPath()) +
+                               ": .DIM with 26 x 256-byte sectors needs a first track of FM "
+                               "128-byte sectors, track 0.0 of the disk has none");
         media = 17;
     } else if (refCount == 8) {
-        if (refN != 3) return 0;
+        if (refN != 3) return refuse();
         media = 0;
     } else if (refCount == 9 && n >= 80) {
-        if (refN != 3) return 0;
+        if (refN != 3) return refuse();
         const VTrack* t2 = Track(2, 0);
         media = (t2 && t2->sectors && t2->sectors->idH >= 0x80) ? 3 : 1;
     } else if (refCount == 15 && n >= 80) {
-        if (refN != 2) return 0;
+        if (refN != 2) return refuse();
         media = 2;
     } else if (refCount == 18 && refN == 2 && n >= 80) {
         media = 9;
     } else {
-        return 0;
+        return refuse();
     }
 
     uint8_t hdrBuf[kHdrSize] = {};
@@ -191,10 +229,18 @@ int VDisk::ExportDIM(const Filepath& path) {
             for (const VSector* s = t ? t->sectors : nullptr; s; s = s->next)
                 AppendSectorData(out, s);
         }
-    if (out.size() > INT32_MAX) return 0;
+    if (out.size() > INT32_MAX) return report.Fail(CannotWrite(path, EFBIG));
 
-    Fileio f;
-    if (!f.Open(path, Fileio::WriteOnly)) return 0;
-    if (!f.Write(out.data(), static_cast<int>(out.size()))) return 0;
+    AtomicFile f;
+    if (!f.Create(path)) return report.Fail(CannotCreate(path, f.lastError));
+    if (!f.Write(out.data(), static_cast<int>(out.size())) || !f.Commit())
+        return report.Fail(CannotWrite(path, f.lastError));
+
+    const std::string format = FormatName(path);
+    WarnTracksLeftOut(*this, 2 * n,
+                      format + " stops at the first cylinder laid out unlike track 0.1", &report);
+    WarnSlotLength(*this, 2 * n, 0, &report);
+    WarnStatusLost(*this, 2 * n, SECT_IDCRC | SECT_DATACRC | SECT_NODAM | SECT_DELETED, format,
+                   &report);
     return 1;
 }

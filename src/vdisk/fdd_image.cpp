@@ -4,10 +4,14 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <string>
 #include <vector>
 
+#include "fileio/atomicfile.h"
 #include "fileio/fieldio.h"
+#include "fileio/fileerror.h"
 #include "fileio/fileio.h"
+#include "vdisk/exportloss.h"
 #include "vdisk/imagecommon.h"
 #include "vdisk/vdisk.h"
 
@@ -139,7 +143,11 @@ int VDisk::ExportFDD(const Filepath& path) {
     for (int c = 0; c < cyls; c++) {
         for (int h = 0; h < 2; h++) {
             const VTrack* t = Track(c, h);
-            if (t && t->SectorCount() > kFddEntries) return 0;
+            if (t && t->SectorCount() > kFddEntries)
+                return report.Fail(std::string(path.GetPath()) + ": track " + TrackName(c, h) +
+                                   " holds " + std::to_string(t->SectorCount()) +
+                                   " sectors, more than the " + std::to_string(kFddEntries) +
+                                   " a .FDD track holds (.D88 would fit)");
         }
     }
 
@@ -151,9 +159,10 @@ int VDisk::ExportFDD(const Filepath& path) {
     w.Fill(kFddTable, kFddUnused, kFddTrailer - kFddTable);
     w.Bytes(kFddTrailer, kFddTrailerBytes, sizeof(kFddTrailerBytes));
 
-    Fileio f;
-    if (!f.Open(path, Fileio::WriteOnly)) return 0;
-    if (!f.Write(hdr.data(), static_cast<int>(hdr.size()))) return 0;
+    AtomicFile f;
+    if (!f.Create(path)) return report.Fail(CannotCreate(path, f.lastError));
+    if (!f.Write(hdr.data(), static_cast<int>(hdr.size())))
+        return report.Fail(CannotWrite(path, f.lastError));
     const uint8_t hd = type == VDISK_2HD ? 1 : 0;
     for (int c = 0; c < cyls; c++) {
         for (int h = 0; h < 2; h++) {
@@ -176,11 +185,18 @@ int VDisk::ExportFDD(const Filepath& path) {
                 } else {
                     w.U8(e + kFddEntFill, kFddUnused);
                     w.U32(e + kFddEntOffset, static_cast<uint32_t>(f.GetFilePos()));
-                    if (!f.Write(s->data, len)) return 0;
+                    if (!f.Write(s->data, len)) return report.Fail(CannotWrite(path, f.lastError));
                 }
             }
         }
     }
-    if (!f.Seek(0, 0) || !f.Write(hdr.data(), static_cast<int>(hdr.size()))) return 0;
+    if (!f.Seek(0, 0) || !f.Write(hdr.data(), static_cast<int>(hdr.size())) || !f.Commit())
+        return report.Fail(CannotWrite(path, f.lastError));
+
+    const std::string format = FormatName(path);
+    WarnTracksLeftOut(*this, 2 * cyls,
+                      format + " keeps " + std::to_string(kFddMaxCylinders) + " cylinders",
+                      &report);
+    WarnStatusLost(*this, 2 * cyls, SECT_IDCRC | SECT_DATACRC | SECT_NODAM, format, &report);
     return 1;
 }

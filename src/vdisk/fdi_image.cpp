@@ -3,10 +3,14 @@
 // and every track holds the same number of them; the file stores no IDs.
 #include <algorithm>
 #include <cstdint>
+#include <string>
 #include <vector>
 
+#include "fileio/atomicfile.h"
 #include "fileio/fieldio.h"
+#include "fileio/fileerror.h"
 #include "fileio/fileio.h"
+#include "vdisk/exportloss.h"
 #include "vdisk/imagecommon.h"
 #include "vdisk/vdisk.h"
 
@@ -123,8 +127,9 @@ int VDisk::ImportFDI(const Filepath& path) {
 
 int VDisk::ExportFDI(const Filepath& path) {
     const VTrack* ref = Track(0, 0);
-    if (!ref || !ref->sectors || ref->SectorCount() == 0) return 0;
-    if (cylinders < 1) return 0;
+    if (!ref || !ref->sectors || ref->SectorCount() == 0 || cylinders < 1)
+        return report.Fail(std::string(path.GetPath()) +
+                           ": .FDI takes its layout from track 0.0, which holds no sectors");
     const int count = ref->SectorCount();
     const int refN = ref->sectors->idN;
     const int32_t refLength = ref->sectors->length;
@@ -134,7 +139,10 @@ int VDisk::ExportFDI(const Filepath& path) {
     while (conforming < limit && FdiCylinderConforms(*this, conforming, count, refN)) {
         conforming++;
     }
-    if (conforming == 0) return 0;
+    if (conforming == 0)
+        return report.Fail(std::string(path.GetPath()) +
+                           ": .FDI needs cylinders whose tracks all hold the same MFM sectors; "
+                           "cylinder 0 of the disk does not (.D88 would fit)");
 
     uint32_t media = 0;
     if (type == VDISK_2DD) {
@@ -158,16 +166,28 @@ int VDisk::ExportFDI(const Filepath& path) {
     w.U32(kFdiHeads, 2);
     w.U32(kFdiCylinders, static_cast<uint32_t>(conforming));
 
-    Fileio f;
-    if (!f.Open(path, Fileio::WriteOnly)) return 0;
-    if (!f.Write(hdr.data(), static_cast<int>(hdr.size()))) return 0;
+    AtomicFile f;
+    if (!f.Create(path)) return report.Fail(CannotCreate(path, f.lastError));
+    if (!f.Write(hdr.data(), static_cast<int>(hdr.size())))
+        return report.Fail(CannotWrite(path, f.lastError));
     for (int c = 0; c < conforming; c++) {
         for (int h = 0; h < 2; h++) {
             for (const VSector* s = Track(c, h)->sectors; s; s = s->next) {
                 if (s->length <= 0) continue;
-                if (!s->data || !f.Write(s->data, s->length)) return 0;
+                if (!s->data) return report.Fail(CannotWrite(path, 0));
+                if (!f.Write(s->data, s->length))
+                    return report.Fail(CannotWrite(path, f.lastError));
             }
         }
     }
+    if (!f.Commit()) return report.Fail(CannotWrite(path, f.lastError));
+
+    const std::string format = FormatName(path);
+    const int kept = 2 * conforming;
+    WarnTracksLeftOut(*this, kept,
+                      format + " stops at the first cylinder laid out unlike cylinder 0", &report);
+    WarnSlotLength(*this, kept, refLength, &report);
+    WarnStatusLost(*this, kept, SECT_IDCRC | SECT_DATACRC | SECT_NODAM | SECT_DELETED, format,
+                   &report);
     return 1;
 }

@@ -3,10 +3,14 @@
 // order. The entries carry no offsets.
 #include <algorithm>
 #include <cstdint>
+#include <string>
 #include <vector>
 
+#include "fileio/atomicfile.h"
 #include "fileio/fieldio.h"
+#include "fileio/fileerror.h"
 #include "fileio/fileio.h"
+#include "vdisk/exportloss.h"
 #include "vdisk/imagecommon.h"
 #include "vdisk/vdisk.h"
 
@@ -134,7 +138,11 @@ int VDisk::ExportNFD(const Filepath& path) {
     // creating anything.
     for (int t = 0; t < outTracks; t++) {
         const VTrack* trk = Track(t / 2, t % 2);
-        if (trk && trk->SectorCount() > kNfdEntries) return 0;
+        if (trk && trk->SectorCount() > kNfdEntries)
+            return report.Fail(std::string(path.GetPath()) + ": track " + TrackName(t / 2, t % 2) +
+                               " holds " + std::to_string(trk->SectorCount()) +
+                               " sectors, more than the " + std::to_string(kNfdEntries) +
+                               " a .NFD track holds (.D88 would fit)");
     }
 
     std::vector<uint8_t> hdr(kNfdHeaderSize, 0);
@@ -148,9 +156,10 @@ int VDisk::ExportNFD(const Filepath& path) {
     w.U8(kNfdWriteProtect, 0);
     w.U8(kNfdHeads, 2);
 
-    Fileio f;
-    if (!f.Open(path, Fileio::WriteOnly)) return 0;
-    if (!f.Write(hdr.data(), static_cast<int>(hdr.size()))) return 0;
+    AtomicFile f;
+    if (!f.Create(path)) return report.Fail(CannotCreate(path, f.lastError));
+    if (!f.Write(hdr.data(), static_cast<int>(hdr.size())))
+        return report.Fail(CannotWrite(path, f.lastError));
     for (int t = 0; t < outTracks; t++) {
         const VTrack* trk = Track(t / 2, t % 2);
         if (!trk) continue;
@@ -171,9 +180,18 @@ int VDisk::ExportNFD(const Filepath& path) {
             w.U8(e + kNfdEntStatus + 1, s->idH ? kNfdStatusHead1 : 0);
             w.U8(e + kNfdEntMedia, media);
             if (s->length <= 0) continue;
-            if (!s->data || !f.Write(s->data, s->length)) return 0;
+            if (!s->data) return report.Fail(CannotWrite(path, 0));
+            if (!f.Write(s->data, s->length)) return report.Fail(CannotWrite(path, f.lastError));
         }
     }
-    if (!f.Seek(0, 0) || !f.Write(hdr.data(), static_cast<int>(hdr.size()))) return 0;
+    if (!f.Seek(0, 0) || !f.Write(hdr.data(), static_cast<int>(hdr.size())) || !f.Commit())
+        return report.Fail(CannotWrite(path, f.lastError));
+
+    const std::string format = FormatName(path);
+    WarnTracksLeftOut(*this, outTracks,
+                      format + " keeps " + std::to_string(kNfdTracks) + " tracks (" +
+                          std::to_string(kNfdTracks / 2) + " cylinders and a half)",
+                      &report);
+    WarnStatusLost(*this, outTracks, SECT_IDCRC | SECT_DATACRC | SECT_NODAM, format, &report);
     return 1;
 }

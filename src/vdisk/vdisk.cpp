@@ -76,17 +76,32 @@ int VDisk::Import(const Filepath& path, int diskno) {
     return 0;
 }
 
+namespace {
+
+constexpr const char* kFixExts[] = {".XDF", ".HDM", ".2HD", ".DUP", ".IMG",
+                                    ".2HC", ".2HQ", ".2DD", ".2D"};
+constexpr const char* kOtherExts[] = {".D68", ".D88", ".D77", ".D98",
+                                      ".DIM", ".FDI", ".FDD", ".NFD"};
+
+}  // namespace
+
+bool VDisk::CanExport(const Filepath& path) {
+    if (FixRow(path) >= 0) return true;
+    for (const char* e : kOtherExts)
+        if (path.HasExt(e)) return true;
+    return false;
+}
+
+std::string VDisk::ExportExtensions() {
+    std::string list;
+    for (const char* e : kFixExts) list += std::string(list.empty() ? "" : " ") + e;
+    for (const char* e : kOtherExts) list += std::string(" ") + e;
+    return list;
+}
+
 int VDisk::Export(const Filepath& path) {
-    struct FixExt {
-        const char* ext;
-        int row;
-    };
-    static constexpr FixExt kFixExts[] = {
-        {".XDF", 0}, {".HDM", 0}, {".2HD", 0}, {".DUP", 0}, {".IMG", 0},
-        {".2HC", 3}, {".2HQ", 5}, {".2DD", 8}, {".2D", 9},
-    };
-    for (const FixExt& e : kFixExts)
-        if (path.HasExt(e.ext)) return ExportFIX(e.row, path);
+    const int row = FixRow(path);
+    if (row >= 0) return ExportFIX(row, path);
 
     if (path.HasExt(".D68") || path.HasExt(".D88") || path.HasExt(".D77") || path.HasExt(".D98"))
         return ExportD68(path);
@@ -94,5 +109,6 @@ int VDisk::Export(const Filepath& path) {
     if (path.HasExt(".FDI")) return ExportFDI(path);
     if (path.HasExt(".FDD")) return ExportFDD(path);
     if (path.HasExt(".NFD")) return ExportNFD(path);
-    return 0;
+    return report.Fail(std::string(path.GetPath()) + ": the extension \"" + path.GetExt() +
+                       "\" names no sector image format; known: " + ExportExtensions());
 }

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <string>
 
 #include "fileio/filepath.h"
 #include "fileio/report.h"
@@ -35,6 +36,10 @@ public:
     void Cleanup();
     int Import(const Filepath& path, int diskno);
     int Export(const Filepath& path);
+    // True when Export has a writer for the path's extension.
+    static bool CanExport(const Filepath& path);
+    // The extensions Export writes, e.g. ".XDF .HDM ... .NFD".
+    static std::string ExportExtensions();
 
     // The track in a slot, or null (also for a slot outside the table).
     VTrack* Track(int c, int h) const;
@@ -58,6 +63,8 @@ public:
     int ExportNFD(const Filepath& path);
 
     static const FixFormatEntry FixFormat[11];
+    // The FixFormat row a plain image extension writes, or -1.
+    static int FixRow(const Filepath& path);
 
     int32_t type;
     int32_t cylinders;

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <string>
 #include <utility>
 
 #include "fileio/fieldio.h"
@@ -22,6 +23,35 @@ constexpr int kNameMax = zebhdr::kNameLen - 1;
 int BitsWithin(int bits, int dataBytes) {
     const int64_t cap = static_cast<int64_t>(std::max(dataBytes, 0)) * 8;
     return static_cast<int>(std::clamp<int64_t>(bits, 0, cap));
+}
+
+// One line for the sectors the encoder could not fit on their tracks. Each
+// track keeps its own count, summed here in track order.
+void WarnLeftOut(const VDisk& vdisk, int cylinders, int heads, Report* report) {
+    int64_t total = 0, left = 0;
+    const VSector* first = nullptr;
+    int firstC = 0, firstH = 0;
+    for (int c = 0; c < cylinders; c++) {
+        for (int h = 0; h < heads; h++) {
+            const VTrack* t = vdisk.Track(c, h);
+            if (!t) continue;
+            total += t->SectorCount();
+            if (t->leftOut <= 0) continue;
+            left += t->leftOut;
+            if (first) continue;
+            int listed = 0;
+            for (const VSector* s = t->sectors; s; s = s->next) listed++;
+            int skip = listed - t->leftOut;
+            for (first = t->sectors; first && skip > 0; first = first->next) skip--;
+            firstC = c, firstH = h;
+        }
+    }
+    if (left == 0) return;
+    std::string line = std::to_string(left) + " of " + std::to_string(total) +
+                       " sectors do not fit their tracks and were left out (first: track " +
+                       std::to_string(firstC) + "." + std::to_string(firstH);
+    if (first) line += ", R " + std::to_string(first->idR);
+    report->Warn(line + ")");
 }
 
 }  // namespace
@@ -86,21 +116,32 @@ bool ZEBDisk::Import(const Filepath& path, int diskno) {
         const int bits = t->Encode(0, data, GetTrackLen(c, h));
         SetRecordInt(slot, zebrec::kBitLength, BitsWithin(bits, RecordDataSize(slot)));
     });
+    WarnLeftOut(vdisk, cylinders, heads, &report);
     initialized = 1;
     return true;
 }
 
 bool ZEBDisk::Export(const Filepath& path, int mode) {
-    if (!initialized || path.IsClear()) return false;
+    if (!initialized) return report.Fail("no disk to export");
+    if (path.IsClear()) return report.Fail("no file to export to");
 
     // The decoder and HFE want cells; the converted disk stays in the object.
     if (Type() == ZEB_RAW) ConvertEncBody();
 
     if (path.HasExt(".HFE")) return ExportHFE(path);
+    if (!VDisk::CanExport(path))
+        return report.Fail(std::string(path.GetPath()) + ": " +
+                           (path.GetExt()[0] ? std::string("the extension ") + path.GetExt() +
+                                                   " is not an image format"
+                                             : std::string("no extension names an image format")) +
+                           "; known: .ZEB .HFE " + VDisk::ExportExtensions());
 
     const int cylinders = Cylinders();
     const int heads = Heads();
-    if (cylinders < 0 || cylinders > kMaxCylinders || heads < 0 || heads > kMaxHeads) return false;
+    if (cylinders < 0 || cylinders > kMaxCylinders || heads < 0 || heads > kMaxHeads)
+        return report.Fail(std::string(path.GetPath()) + ": the disk's geometry (" +
+                           std::to_string(cylinders) + " cylinders, " + std::to_string(heads) +
+                           " heads) cannot be exported");
 
     int vtype;
     switch (Type()) {

@@ -3,8 +3,11 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <string>
 
+#include "fileio/atomicfile.h"
 #include "fileio/fieldio.h"
+#include "fileio/fileerror.h"
 #include "fileio/fileio.h"
 #include "signal/alignraw.h"
 #include "zebdisk/trackpool.h"
@@ -128,37 +131,56 @@ bool ZEBDisk::Init(int type, int rate, int rpm, int raw) {
 }
 
 bool ZEBDisk::Save(const Filepath& path, int full) {
-    if (!initialized || path.IsClear() || !path.HasExt(".ZEB")) return false;
+    if (!initialized) return report.Fail("no disk to save");
+    if (path.IsClear()) return report.Fail("no file to save to");
+    if (!path.HasExt(".ZEB"))
+        return report.Fail(std::string(path.GetPath()) + ": a ZEB image must be named .ZEB");
     const int cyls = Cylinders();
     const int heads = Heads();
-    if (cyls < 0 || cyls > kMaxCylinders || heads < 0 || heads > kMaxHeads) return false;
+    if (cyls < 0 || cyls > kMaxCylinders || heads < 0 || heads > kMaxHeads)
+        return report.Fail(std::string(path.GetPath()) + ": a ZEB image holds at most " +
+                           std::to_string(kMaxCylinders) + " cylinders and " +
+                           std::to_string(kMaxHeads) + " heads, the disk has " +
+                           std::to_string(cyls) + " and " + std::to_string(heads));
 
-    Fileio f;
+    // A whole file replaces the destination only once it is complete; a partial
+    // save updates the existing file in place.
+    AtomicFile whole;
+    Fileio inPlace;
+    Fileio& f = full ? static_cast<Fileio&>(whole) : inPlace;
     int64_t block;
     if (full) {
         int64_t longest = NominalBits(Rate(), Rpm());
-        if (longest < 0) return false;
+        if (longest < 0)
+            return report.Fail(std::string(path.GetPath()) + ": the disk's rate (" +
+                               std::to_string(Rate()) + ") and rpm (" + std::to_string(Rpm()) +
+                               ") give no track length");
         for (int c = 0; c < cyls; c++)
             for (int h = 0; h < heads; h++)
                 longest = std::max<int64_t>(longest, RecordInt(c * 2 + h, zebrec::kBitLength));
         // Smallest multiple of 512 holding the record header, the data and a spare byte.
         block = ((longest + 7) / 8 + 528) / 512 * 512;
-        if (block > INT32_MAX) return false;
-        if (!f.Open(path, Fileio::WriteOnly)) return false;
+        if (block > INT32_MAX)
+            return report.Fail(std::string(path.GetPath()) + ": a track of " +
+                               std::to_string(longest) + " bits is too long for a ZEB image");
+        if (!whole.Create(path)) return report.Fail(CannotCreate(path, whole.lastError));
         SetHeaderInt(zebhdr::kBlockSize, static_cast<int32_t>(block));
     } else {
         block = BlockSize();
-        if (block < kRecordHeader) return false;
-        if (!f.Open(path, Fileio::ReadWrite)) return false;
+        if (block < kRecordHeader)
+            return report.Fail(std::string(path.GetPath()) + ": the disk's track block size (" +
+                               std::to_string(block) + ") cannot be updated in place");
+        if (!inPlace.Open(path, Fileio::ReadWrite))
+            return report.Fail(CannotWrite(path, inPlace.lastError));
     }
 
-    if (!f.Write(header, zebhdr::kSize)) return false;
+    if (!f.Write(header, zebhdr::kSize)) return report.Fail(CannotWrite(path, f.lastError));
     std::vector<uint8_t> pad;
     for (int c = 0; c < cyls; c++) {
         for (int h = 0; h < heads; h++) {
             const int slot = c * 2 + h;
             if (!full && !updated[slot]) {
-                if (!f.Seek(block, 1)) return false;
+                if (!f.Seek(block, 1)) return report.Fail(CannotWrite(path, f.lastError));
                 continue;
             }
             const std::vector<uint8_t>& rec = track[slot];
@@ -171,15 +193,21 @@ bool ZEBDisk::Save(const Filepath& path, int full) {
             const uint8_t* src = rec.empty() ? empty : rec.data();
             const int64_t have = rec.empty() ? kRecordHeader : static_cast<int64_t>(rec.size());
             const int64_t take = std::min(have, block);
-            if (!f.Write(src, static_cast<int>(take))) return false;
+            if (!f.Write(src, static_cast<int>(take)))
+                return report.Fail(CannotWrite(path, f.lastError));
             if (take < block) {
                 pad.resize(static_cast<size_t>(block - take));
-                if (!f.Write(pad.data(), static_cast<int>(pad.size()))) return false;
+                if (!f.Write(pad.data(), static_cast<int>(pad.size())))
+                    return report.Fail(CannotWrite(path, f.lastError));
             }
             updated[slot] = 0;
         }
     }
-    f.Close();
+    if (full) {
+        if (!whole.Commit()) return report.Fail(CannotWrite(path, whole.lastError));
+    } else {
+        inPlace.Close();
+    }
     return true;
 }
 

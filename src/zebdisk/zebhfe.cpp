@@ -7,9 +7,12 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 #include <vector>
 
+#include "fileio/atomicfile.h"
 #include "fileio/fieldio.h"
+#include "fileio/fileerror.h"
 #include "fileio/fileio.h"
 #include "zebdisk/zebdisk.h"
 
@@ -76,7 +79,11 @@ void CopyRecordBytes(uint8_t* dst, const uint8_t* data, size_t dataSize, size_t 
 
 bool ZEBDisk::ExportHFE(const Filepath& path) {
     const int cylinders = Cylinders();
-    if (!initialized || cylinders < 0 || cylinders > kMaxTracks) return false;
+    if (!initialized) return report.Fail("no disk to export");
+    if (cylinders < 0 || cylinders > kMaxTracks)
+        return report.Fail(std::string(path.GetPath()) + ": .HFE holds at most " +
+                           std::to_string(kMaxTracks) + " cylinders, the disk has " +
+                           std::to_string(cylinders));
 
     // Lay out the track list first, so that a disk that cannot be written leaves
     // no file behind.
@@ -98,20 +105,36 @@ bool ZEBDisk::ExportHFE(const Filepath& path) {
     FieldWriter list(head.data() + kBlockSize, kBlockSize);
     std::vector<uint32_t> lengths(static_cast<size_t>(cylinders));
     uint32_t block = 2;
+    // Both sides of a cylinder are written at the shorter side's length.
+    int cut = 0, firstCut = -1;
     for (int c = 0; c < cylinders; c++) {
         const int bits = std::max(0, std::min(GetTrackLen(c, 0), GetTrackLen(c, 1)));
         const uint32_t length = static_cast<uint32_t>(bits / 8) * 2;
-        if (length > 0xFFFF || block > 0xFFFF) return false;  // does not fit the 16-bit fields
+        // The track list's fields are 16 bits wide.
+        if (length > 0xFFFF)
+            return report.Fail(std::string(path.GetPath()) + ": cylinder " + std::to_string(c) +
+                               " needs " + std::to_string(length) +
+                               " bytes, more than the 65535 a .HFE track holds");
+        if (block > 0xFFFF)
+            return report.Fail(std::string(path.GetPath()) +
+                               ": the tracks need more than the 65535 blocks a .HFE file holds");
+        for (int h = 0; h < 2; h++) {
+            if (GetTrackLen(c, h) / 8 > bits / 8) {
+                if (firstCut < 0) firstCut = c * 2 + h;
+                cut++;
+            }
+        }
         list.U16(static_cast<size_t>(c) * hfetrk::kEntrySize + hfetrk::kBlock, block);
         list.U16(static_cast<size_t>(c) * hfetrk::kEntrySize + hfetrk::kLength, length);
         lengths[static_cast<size_t>(c)] = length;
         block += (length + kBlockSize - 1) / kBlockSize;
     }
-    if (!hdr.ok() || !list.ok()) return false;
+    if (!hdr.ok() || !list.ok()) return report.Fail(CannotWrite(path, 0));
 
-    Fileio fio;
-    if (!fio.Open(path, Fileio::WriteOnly)) return false;
-    if (!fio.Write(head.data(), static_cast<int>(head.size()))) return false;
+    AtomicFile fio;
+    if (!fio.Create(path)) return report.Fail(CannotCreate(path, fio.lastError));
+    if (!fio.Write(head.data(), static_cast<int>(head.size())))
+        return report.Fail(CannotWrite(path, fio.lastError));
 
     std::vector<uint8_t> side[2];
     std::vector<uint8_t> out;
@@ -134,9 +157,15 @@ bool ZEBDisk::ExportHFE(const Filepath& path) {
             ReverseCopy(out.data() + i * kBlockSize, side[0].data() + i * kPiece, kPiece);
             ReverseCopy(out.data() + i * kBlockSize + kPiece, side[1].data() + i * kPiece, kPiece);
         }
-        if (!fio.Write(out.data(), static_cast<int>(out.size()))) return false;
+        if (!fio.Write(out.data(), static_cast<int>(out.size())))
+            return report.Fail(CannotWrite(path, fio.lastError));
     }
-    fio.Close();
+    if (!fio.Commit()) return report.Fail(CannotWrite(path, fio.lastError));
+    if (cut > 0)
+        report.Warn(std::to_string(cut) +
+                    " tracks are longer than the other side of their cylinder and were cut to "
+                    "its length (first: track " +
+                    std::to_string(firstCut / 2) + "." + std::to_string(firstCut % 2) + ")");
     return true;
 }
 

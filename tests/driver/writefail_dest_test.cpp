@@ -36,23 +36,32 @@ TEST(WriteFailure, UnwritableDestinationsFailWithStatus14AndSourcesStayIntact) {
     mkdir("wf_ro", 0755);
     chmod("wf_ro", 0555);
     const std::string ro = geteuid() == 0 ? "/proc" : "wf_ro";
-    const std::tuple<const char*, std::string, const char*> cases[] = {
-        {"wf_src.2dd", "wf_dir.d88", "Export failed"},
-        {"wf_src.2dd", "wf_dir.zeb", "Save failed"},
-        {"wf_src.zeb", "wf_dir.zeb", "Save failed"},
-        {"wf_src.2dd", "wf_full.zeb", "Save failed"},
-        {"wf_src.2dd", ro + "/wf_out.nfd", "Export failed"},
-        {"wf_src.2dd", ro + "/wf_out.zeb", "Save failed"},
-        {"wf_src.d88", "wf_missing/wf_out.dim", "Export failed"},
-        {"wf_src.zeb", "wf_full.hfe", "Export failed"},
-        {"wf_src.d88", "wf_full.fdd", "Export failed"},
-        {"wf_src.zeb", "wf_full.2dd", "Export failed"}};
-    for (const auto& [src, dst, result] : cases) {
+    const std::string roWhy = geteuid() == 0 ? "No such file or directory" : "Permission denied";
+    // {source, destination, result, the reason printed before it}
+    const std::tuple<const char*, std::string, const char*, std::string> cases[] = {
+        {"wf_src.2dd", "wf_dir.d88", "Export failed", "cannot create wf_dir.d88: Is a directory"},
+        {"wf_src.2dd", "wf_dir.zeb", "Save failed", "cannot create wf_dir.zeb: Is a directory"},
+        {"wf_src.zeb", "wf_dir.zeb", "Save failed", "cannot create wf_dir.zeb: Is a directory"},
+        {"wf_src.2dd", "wf_full.zeb", "Save failed",
+         "cannot write wf_full.zeb: No space left on device"},
+        {"wf_src.2dd", ro + "/wf_out.nfd", "Export failed",
+         "cannot create " + ro + "/wf_out.nfd: " + roWhy},
+        {"wf_src.2dd", ro + "/wf_out.zeb", "Save failed",
+         "cannot create " + ro + "/wf_out.zeb: " + roWhy},
+        {"wf_src.d88", "wf_missing/wf_out.fdd", "Export failed",
+         "cannot create wf_missing/wf_out.fdd: No such file or directory"},
+        {"wf_src.zeb", "wf_full.hfe", "Export failed",
+         "cannot write wf_full.hfe: No space left on device"},
+        {"wf_src.d88", "wf_full.fdd", "Export failed",
+         "cannot write wf_full.fdd: No space left on device"},
+        {"wf_src.zeb", "wf_full.2dd", "Export failed",
+         "cannot write wf_full.2dd: No space left on device"}};
+    for (const auto& [src, dst, result, why] : cases) {
         SCOPED_TRACE(std::string(src) + " -> " + dst);
         const std::string before = Slurp(src);
         const ToolRun r = Zebconv(src, dst);
         EXPECT_EQ(r.status, 14);
-        EXPECT_EQ(r.err, std::string("Result             : ") + result + "\n");
+        EXPECT_EQ(r.err, "Error : " + why + "\nResult             : " + result + "\n");
         EXPECT_EQ(Slurp(src), before);
     }
     chmod("wf_ro", 0755);
