@@ -2,10 +2,13 @@
 
 #include <unistd.h>
 
+#include <cstdint>
 #include <cstdio>
 #include <string>
 #include <vector>
 
+#include "fileio/atomicfile.h"
+#include "fileio/fileerror.h"
 #include "scan/scan_options.h"
 #include "scan/scan_report.h"
 #include "zebdisk/zebdisk.h"
@@ -18,11 +21,25 @@ void Err(const std::string& text) {
     std::fflush(stderr);
 }
 
-bool WriteFile(const std::string& path, const std::string& text) {
-    FILE* f = std::fopen(path.c_str(), "wb");
-    if (!f) return false;
-    const bool ok = std::fwrite(text.data(), 1, text.size(), f) == text.size();
-    return std::fclose(f) == 0 && ok;
+// The map replaces an older one only once it is complete. Empty when written,
+// else why not.
+std::string WriteFile(const std::string& name, const std::string& text) {
+    Filepath path;
+    path.SetPath(name.c_str());
+    AtomicFile f;
+    if (!f.Create(path)) return CannotCreate(path, f.lastError);
+    if (text.size() > INT32_MAX || !f.Write(text.data(), static_cast<int>(text.size())) ||
+        !f.Commit())
+        return CannotWrite(path, f.lastError);
+    return {};
+}
+
+// The disk's losses as "Warning : " lines and, when it failed, its reason.
+std::string ReportLines(const Report& report, bool failed) {
+    std::string text;
+    for (const std::string& w : report.warnings) text += "Warning : " + w + "\n";
+    if (failed && !report.error.empty()) text += "Error : " + report.error + "\n";
+    return text;
 }
 
 }  // namespace
@@ -49,9 +66,12 @@ int RunScan(int argc, char* argv[]) {
 
     ZEBDisk disk;
     if (!LoadScanImage(opt.image, opt.diskno, &disk)) {
-        Err("Error : Cannot read image file " + opt.image + "\n");
+        Err(disk.report.error.empty() ? ReportLines(disk.report, false) +
+                                            "Error : Cannot read image file " + opt.image + "\n"
+                                      : ReportLines(disk.report, true));
         return 2;
     }
+    if (!disk.report.warnings.empty()) Err(ReportLines(disk.report, false));
 
     // Raw tracks take a noticeable time each; show where we are, but only to a person.
     ScanProgress progress;
@@ -69,9 +89,12 @@ int RunScan(int argc, char* argv[]) {
     std::fwrite(text.data(), 1, text.size(), stdout);
     std::fflush(stdout);
 
-    if (!opt.mapPath.empty() && !WriteFile(opt.mapPath, ScanSvg(rep))) {
-        Err("Error : Cannot write map file " + opt.mapPath + "\n");
-        return 14;
+    if (!opt.mapPath.empty()) {
+        const std::string why = WriteFile(opt.mapPath, ScanSvg(rep));
+        if (!why.empty()) {
+            Err("Error : " + why + "\n");
+            return 14;
+        }
     }
     return 0;
 }

@@ -109,6 +109,6 @@ int VDisk::Export(const Filepath& path) {
     if (path.HasExt(".FDI")) return ExportFDI(path);
     if (path.HasExt(".FDD")) return ExportFDD(path);
     if (path.HasExt(".NFD")) return ExportNFD(path);
-    return report.Fail(std::string(path.GetPath()) + ": the extension \"" + path.GetExt() +
-                       "\" names no sector image format; known: " + ExportExtensions());
+    return report.Fail(std::string(path.GetPath()) + ": unknown extension \"" + path.GetExt() +
+                       "\"; known: " + ExportExtensions());
 }

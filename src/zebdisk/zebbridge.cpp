@@ -131,9 +131,9 @@ bool ZEBDisk::Export(const Filepath& path, int mode) {
     if (path.HasExt(".HFE")) return ExportHFE(path);
     if (!VDisk::CanExport(path))
         return report.Fail(std::string(path.GetPath()) + ": " +
-                           (path.GetExt()[0] ? std::string("the extension ") + path.GetExt() +
-                                                   " is not an image format"
-                                             : std::string("no extension names an image format")) +
+                           (path.GetExt()[0]
+                                ? "unknown extension \"" + std::string(path.GetExt()) + "\""
+                                : std::string("no extension")) +
                            "; known: .ZEB .HFE " + VDisk::ExportExtensions());
 
     const int cylinders = Cylinders();
