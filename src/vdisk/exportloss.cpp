@@ -71,9 +71,9 @@ void WarnStatusLost(const VDisk& disk, int keptTracks, uint8_t lost, const std::
     if (bad) {
         const auto t = Tally(disk, keptTracks, [bad](const VSector* s) { return s->status & bad; });
         if (t.count)
-            report->Warn(Sectors(t.count) +
-                         " with CRC errors or without a data mark lose that status in " + format +
-                         " " + t.Where() + ")");
+            report->Warn(Sectors(t.count) + " with CRC errors or without a data mark " +
+                         (t.count == 1 ? "loses" : "lose") + " that status in " + format + " " +
+                         t.Where() + ")");
     }
     if (lost & SECT_DELETED) {
         const auto t = Tally(disk, keptTracks,
@@ -91,10 +91,12 @@ void WarnSlotLength(const VDisk& disk, int keptTracks, int slot, Report* report)
         return (s->length < 0 ? 0 : s->length) != slotOf(s);
     });
     if (!t.count) return;
-    report->Warn(Sectors(t.count) + (t.count == 1 ? " was" : " were") +
-                 " written at a length other than their slot, shifting the rest of the file " +
-                 t.Where() + ", " + std::to_string(t.first->length < 0 ? 0 : t.first->length) +
-                 " of " + std::to_string(slotOf(t.first)) + " bytes)");
+    report->Warn(Sectors(t.count) +
+                 (t.count == 1 ? " was written at a length other than its slot"
+                               : " were written at a length other than their slots") +
+                 ", shifting the rest of the file " + t.Where() + ", " +
+                 std::to_string(t.first->length < 0 ? 0 : t.first->length) + " of " +
+                 std::to_string(slotOf(t.first)) + " bytes)");
 }
 
 void WarnNameCut(const char* name, int keep, const std::string& format, Report* report) {

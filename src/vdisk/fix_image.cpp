@@ -120,7 +120,8 @@ std::string FixMismatch(const VDisk& disk, const FixFormatEntry& row, const File
         const VTrack* t = disk.Track(oddC, oddH);
         return why + "the disk's tracks differ (track 0 holds " + std::to_string(count) + " x " +
                std::to_string(128 << (n & 7)) + " bytes, track " + TrackName(oddC, oddH) +
-               " holds " + std::to_string(t->SectorCount()) + " sectors); .D88 keeps any layout";
+               " holds " + std::to_string(t->SectorCount()) +
+               (t->SectorCount() == 1 ? " sector" : " sectors") + "); .D88 would fit";
     }
     why += "the disk has " + Layout(used, count, 128 << (n & 7));
     // A plain image that takes the whole layout, or else the best part of it.

@@ -188,10 +188,10 @@ int VDisk::ExportNFD(const Filepath& path) {
         return report.Fail(CannotWrite(path, f.lastError));
 
     const std::string format = FormatName(path);
-    WarnTracksLeftOut(*this, outTracks,
-                      format + " keeps " + std::to_string(kNfdTracks) + " tracks (" +
-                          std::to_string(kNfdTracks / 2) + " cylinders and a half)",
-                      &report);
+    WarnTracksLeftOut(
+        *this, outTracks,
+        format + " keeps tracks up to " + TrackName((kNfdTracks - 1) / 2, (kNfdTracks - 1) % 2),
+        &report);
     WarnStatusLost(*this, outTracks, SECT_IDCRC | SECT_DATACRC | SECT_NODAM, format, &report);
     return 1;
 }

@@ -163,9 +163,11 @@ bool ZEBDisk::ExportHFE(const Filepath& path) {
     if (!fio.Commit()) return report.Fail(CannotWrite(path, fio.lastError));
     if (cut > 0)
         report.Warn(std::to_string(cut) +
-                    " tracks are longer than the other side of their cylinder and were cut to "
-                    "its length (first: track " +
-                    std::to_string(firstCut / 2) + "." + std::to_string(firstCut % 2) + ")");
+                    (cut == 1
+                         ? " track is longer than the other side of its cylinder and was"
+                         : " tracks are longer than the other side of their cylinder and were") +
+                    " cut to that length (first: track " + std::to_string(firstCut / 2) + "." +
+                    std::to_string(firstCut % 2) + ")");
     return true;
 }
 
