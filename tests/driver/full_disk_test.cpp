@@ -21,15 +21,9 @@ using namespace drivertest;
 
 namespace {
 
-const std::string kDir = "fulldisk";
-
-std::string In(const std::string& name) {
-    return kDir + "/" + name;
-}
-
-std::vector<std::string> Entries() {
+std::vector<std::string> Entries(const std::string& d) {
     std::vector<std::string> names;
-    DIR* dir = opendir(kDir.c_str());
+    DIR* dir = opendir(d.c_str());
     while (const dirent* e = dir ? readdir(dir) : nullptr)
         if (std::string(e->d_name) != "." && std::string(e->d_name) != "..")
             names.push_back(e->d_name);
@@ -40,8 +34,8 @@ std::vector<std::string> Entries() {
 
 // zebconv with its output files limited to limit bytes (0: no limit) and
 // SIGXFSZ ignored, so that a write past the limit fails instead of killing it.
-ToolRun Limited(const std::string& args, rlim_t limit) {
-    const std::string out = "fd_run.stdout", err = "fd_run.stderr";
+ToolRun Limited(const std::string& args, rlim_t limit, const std::string& tag) {
+    const std::string out = tag + ".stdout", err = tag + ".stderr";
     const std::string cmd = std::string(ZEBCONV_PATH) + " " + args;
     ToolRun r;
     const pid_t pid = fork();
@@ -75,46 +69,55 @@ std::string Random(size_t size, unsigned seed) {
 const char* const kFormats[] = {"zeb", "hfe", "xdf", "hdm", "2hd", "dup", "img", "2hc", "2hq",
                                 "2dd", "d68", "d88", "d77", "d98", "dim", "fdi", "fdd", "nfd"};
 
-class FullDisk : public ::testing::TestWithParam<const char*> {
-protected:
-    static void SetUpTestSuite() {
-        mkdir(kDir.c_str(), 0755);
-        for (const std::string& n : Entries()) unlink(In(n).c_str());
-        // Plain images of their own sizes; every other format from the 77 x 8 x 1,024 one.
-        Spit(In("base.hdm"), Random(1261568, 1));
-        for (const auto& [ext, size] :
-             {std::pair{"2hc", 1228800}, {"2hq", 1474560}, {"2dd", 737280}})
-            Spit(In(std::string("src.") + ext), Random(static_cast<size_t>(size), 2));
-        for (const char* ext : kFormats) {
-            const std::string src = In(std::string("src.") + ext);
-            if (access(src.c_str(), F_OK) == 0) continue;
-            ASSERT_EQ(Limited("-i " + In("base.hdm") + " -o " + src, 0).status, 0) << ext;
+// Tests run in parallel processes: each gets a fresh directory of its own.
+std::string FreshDir(const std::string& name) {
+    const std::string d = "fulldisk_" + name;
+    mkdir(d.c_str(), 0755);
+    for (const std::string& n : Entries(d)) unlink((d + "/" + n).c_str());
+    return d;
+}
+
+// A source image of the format: plain images of their own sizes, every other
+// format converted from a 77 x 8 x 1,024 one.
+std::string MakeSource(const std::string& d, const std::string& ext) {
+    const std::string src = d + "/src." + ext;
+    for (const auto& [plain, size] : {std::pair{"2hc", 1228800}, {"2hq", 1474560}, {"2dd", 737280}})
+        if (ext == plain) {
+            Spit(src, Random(static_cast<size_t>(size), 2));
+            return src;
         }
-    }
-};
+    Spit(d + "/base.hdm", Random(1261568, 1));
+    EXPECT_EQ(Limited("-i " + d + "/base.hdm -o " + src, 0, d + "/make").status, 0);
+    unlink((d + "/base.hdm").c_str());
+    return src;
+}
+
+class FullDisk : public ::testing::TestWithParam<const char*> {};
 
 TEST_P(FullDisk, InPlaceConversionLeavesTheSourceWhole) {
-    const std::string src = In(std::string("src.") + GetParam());
+    const std::string d = FreshDir(std::string("inplace_") + GetParam());
+    const std::string src = MakeSource(d, GetParam());
     const std::string before = Slurp(src);
-    const std::vector<std::string> files = Entries();
-    const ToolRun r = Limited("-i " + src + " -o " + src, before.size() / 2);
+    const std::vector<std::string> files = Entries(d);
+    const ToolRun r = Limited("-i " + src + " -o " + src, before.size() / 2, "fd_" + d);
     EXPECT_EQ(r.status, 14);
     const char* result = std::string(GetParam()) == "zeb" ? "Save failed" : "Export failed";
     EXPECT_EQ(r.err, "Error : cannot write " + src +
                          ": File too large\nResult             : " + result + "\n");
     EXPECT_EQ(Slurp(src), before);
-    EXPECT_EQ(Entries(), files);
+    EXPECT_EQ(Entries(d), files);
 }
 
 TEST_P(FullDisk, AnExistingDestinationIsUntouched) {
-    const std::string src = In(std::string("src.") + GetParam());
-    const std::string dst = In(std::string("old.") + GetParam());
+    const std::string d = FreshDir(std::string("existing_") + GetParam());
+    const std::string src = MakeSource(d, GetParam());
+    const std::string dst = d + "/old." + GetParam();
     Spit(dst, "an older image that must survive");
-    const std::vector<std::string> files = Entries();
-    const ToolRun r = Limited("-i " + src + " -o " + dst, 4096);
+    const std::vector<std::string> files = Entries(d);
+    const ToolRun r = Limited("-i " + src + " -o " + dst, 4096, "fd_" + d);
     EXPECT_EQ(r.status, 14);
     EXPECT_EQ(Slurp(dst), "an older image that must survive");
-    EXPECT_EQ(Entries(), files);
+    EXPECT_EQ(Entries(d), files);
 }
 
 INSTANTIATE_TEST_SUITE_P(EveryFormat, FullDisk, ::testing::ValuesIn(kFormats),
@@ -123,21 +126,20 @@ INSTANTIATE_TEST_SUITE_P(EveryFormat, FullDisk, ::testing::ValuesIn(kFormats),
 // A destination reached through a link: the link stays, the file it names is
 // replaced and keeps its permissions.
 TEST(Destination, LinkIsWrittenThroughAndTheTargetKeepsItsMode) {
-    mkdir(kDir.c_str(), 0755);
-    const std::string target = In("linked.d88"), link = In("link.d88");
+    const std::string d = FreshDir("link");
+    const std::string target = d + "/linked.d88", link = d + "/link.d88";
     Spit(target, "old");
     ASSERT_EQ(chmod(target.c_str(), 0604), 0);
-    unlink(link.c_str());
     ASSERT_EQ(symlink("linked.d88", link.c_str()), 0);
-    Spit(In("plain.hdm"), Random(1261568, 3));
-    ASSERT_EQ(Limited("-i " + In("plain.hdm") + " -o " + link, 0).status, 0);
+    Spit(d + "/plain.hdm", Random(1261568, 3));
+    ASSERT_EQ(Limited("-i " + d + "/plain.hdm -o " + link, 0, "fd_link").status, 0);
     struct stat st {};
     ASSERT_EQ(lstat(link.c_str(), &st), 0);
     EXPECT_TRUE(S_ISLNK(st.st_mode));
     ASSERT_EQ(stat(target.c_str(), &st), 0);
     EXPECT_EQ(st.st_mode & 07777, 0604u);
-    ASSERT_EQ(Limited("-i " + target + " -o " + In("back.hdm"), 0).status, 0);
-    EXPECT_EQ(Slurp(In("back.hdm")), Slurp(In("plain.hdm")));
+    ASSERT_EQ(Limited("-i " + target + " -o " + d + "/back.hdm", 0, "fd_link").status, 0);
+    EXPECT_EQ(Slurp(d + "/back.hdm"), Slurp(d + "/plain.hdm"));
 }
 
 }  // namespace

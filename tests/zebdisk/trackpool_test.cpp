@@ -88,7 +88,8 @@ TEST_P(PoolAgainstSerial, SameBytes) {
     for (int k = 0; k < 2; k++) {
         ZEBDisk& d = disk[k];
         ASSERT_TRUE(d.Import(PathOf(src), 1));
-        const std::string tag = "pool_out" + std::to_string(k);
+        // Parameters run in parallel processes: each writes files of its own.
+        const std::string tag = "pool_out" + ext.substr(1) + std::to_string(k);
         ASSERT_TRUE(d.Export(PathOf(tag + ext), 0));
         ASSERT_TRUE(d.Export(PathOf(tag + ".hfe"), 1));
         ASSERT_TRUE(d.Save(PathOf(tag + ".zeb"), 1));
