@@ -32,12 +32,12 @@ constexpr int kMfmIdCells = 10 * kMfmCpb;  // A1 A1 A1 mark C H R N CRC CRC
 constexpr int kFmIdCells = 7 * kFmCpb;     // mark C H R N CRC CRC
 constexpr int kMaxDataLength = 16384;
 
-// CRC tables for four bytes a step, derived from crctbl: entry x of table k is
-// the CRC register after the byte x followed by k zero bytes.
-constexpr std::array<std::array<uint16_t, 256>, 4> MakeCrcSlices() {
-    std::array<std::array<uint16_t, 256>, 4> t{};
+// CRC tables for eight bytes a step, derived from crctbl: entry x of table k
+// is the CRC register after the byte x followed by k zero bytes.
+constexpr std::array<std::array<uint16_t, 256>, 8> MakeCrcSlices() {
+    std::array<std::array<uint16_t, 256>, 8> t{};
     for (unsigned x = 0; x < 256; ++x) t[0][x] = crctbl[x];
-    for (size_t k = 1; k < 4; ++k) {
+    for (size_t k = 1; k < 8; ++k) {
         for (unsigned x = 0; x < 256; ++x) {
             const uint16_t v = t[k - 1][x];
             t[k][x] = static_cast<uint16_t>((v << 8) ^ crctbl[v >> 8]);
@@ -47,18 +47,21 @@ constexpr std::array<std::array<uint16_t, 256>, 4> MakeCrcSlices() {
 }
 constexpr auto kCrcSlices = MakeCrcSlices();
 
-// Data field CRC, four bytes a step.
+// Data field CRC, eight bytes a step: the register meets the first two bytes,
+// the other six go through their tables independently of it.
 constexpr uint16_t CrcBlock(uint16_t crc, const uint8_t* p, size_t n) {
     size_t i = 0;
-    for (; i + 4 <= n; i += 4) {
-        crc = static_cast<uint16_t>(kCrcSlices[3][((crc >> 8) ^ p[i]) & 0xFF] ^
-                                    kCrcSlices[2][(crc ^ p[i + 1]) & 0xFF] ^
-                                    kCrcSlices[1][p[i + 2]] ^ kCrcSlices[0][p[i + 3]]);
+    for (; i + 8 <= n; i += 8) {
+        crc = static_cast<uint16_t>(
+            kCrcSlices[7][((crc >> 8) ^ p[i]) & 0xFF] ^ kCrcSlices[6][(crc ^ p[i + 1]) & 0xFF] ^
+            kCrcSlices[5][p[i + 2]] ^ kCrcSlices[4][p[i + 3]] ^ kCrcSlices[3][p[i + 4]] ^
+            kCrcSlices[2][p[i + 5]] ^ kCrcSlices[1][p[i + 6]] ^ kCrcSlices[0][p[i + 7]]);
     }
     return CrcUpdate(crc, p + i, n - i);
 }
-constexpr uint8_t kCrcCheck[9] = {0xFB, 0x12, 0x34, 0x56, 0x78, 0x9A, 0xBC, 0xDE, 0xF0};
-static_assert(CrcBlock(kCrcAfterA1x3, kCrcCheck, 9) == CrcUpdate(kCrcAfterA1x3, kCrcCheck, 9));
+constexpr uint8_t kCrcCheck[17] = {0xFB, 0x12, 0x34, 0x56, 0x78, 0x9A, 0xBC, 0xDE, 0xF0,
+                                   0x0F, 0x1E, 0x2D, 0x3C, 0x4B, 0x5A, 0x69, 0x78};
+static_assert(CrcBlock(kCrcAfterA1x3, kCrcCheck, 17) == CrcUpdate(kCrcAfterA1x3, kCrcCheck, 17));
 
 // Data cells of MFM cells: the second cell of each pair.
 constexpr uint64_t MfmCompress(uint64_t v) {
@@ -243,23 +246,29 @@ void VTrack::Decode(int raw, unsigned char* buf, int len, int mode) {
     Cleanup();
     flags = 0;
     iamPos = gap1 = gap4a = gap4b = encLen = 0;
-    encData = new unsigned char[kEncBytes]();
+    // Each byte of the buffer is written once: the cells, then zeros after them.
+    encData = new unsigned char[kEncBytes];
+    size_t filled = 0;
 
     RawEdgeMap edgeMap;
     if (buf && len > 0) {
         if (!raw) {
             // Streams longer than the buffer keep their first 262144 cells.
             const int cells = std::min(len, kEncCells);
-            std::memcpy(encData, buf, static_cast<size_t>((cells + 7) / 8));
+            filled = static_cast<size_t>((cells + 7) / 8);
+            std::memcpy(encData, buf, filled);
             if (cells & 7) encData[cells / 8] &= static_cast<uint8_t>(0xFF << (8 - (cells & 7)));
             encLen = cells;
         } else {
+            // The separator clears the whole buffer before it writes cells.
+            filled = kEncBytes;
             // The edge record answers the raw positions of step 9 without a
             // second separator scan.
             encLen =
                 std::clamp(Raw2EncodeMapped(buf, len, encData, kEncCells, &edgeMap), 0, kEncCells);
         }
     }
+    std::memset(encData + filled, 0, kEncBytes - filled);
     if (encLen < 1) {
         flags |= TRK_UNFORMATTED;
         return;

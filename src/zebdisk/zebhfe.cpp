@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -14,6 +15,7 @@
 #include "fileio/fieldio.h"
 #include "fileio/fileerror.h"
 #include "fileio/fileio.h"
+#include "zebdisk/trackpool.h"
 #include "zebdisk/zebdisk.h"
 
 namespace {
@@ -52,27 +54,22 @@ constexpr uint8_t kEncodingMFM = 0;
 constexpr uint8_t kModeIbmPcHd = 1;
 constexpr uint8_t kModeGeneric = 7;
 
-constexpr std::array<uint8_t, 256> MakeBitReverse() {
-    std::array<uint8_t, 256> t{};
-    for (int i = 0; i < 256; i++) {
-        int r = 0;
-        for (int b = 0; b < 8; b++)
-            if (i & (1 << b)) r |= 0x80 >> b;
-        t[static_cast<size_t>(i)] = static_cast<uint8_t>(r);
-    }
-    return t;
+// Reverses the bit order of every byte, eight bytes a step: swap neighbouring
+// bits, then pairs, then nibbles.
+inline uint64_t ReverseEachByte(uint64_t v) {
+    v = ((v >> 1) & 0x5555555555555555ull) | ((v & 0x5555555555555555ull) << 1);
+    v = ((v >> 2) & 0x3333333333333333ull) | ((v & 0x3333333333333333ull) << 2);
+    return ((v >> 4) & 0x0F0F0F0F0F0F0F0Full) | ((v & 0x0F0F0F0F0F0F0F0Full) << 4);
 }
-constexpr std::array<uint8_t, 256> kBitReverse = MakeBitReverse();
 
+// n bytes of src into dst, each bit-reversed; n is a multiple of 8.
 void ReverseCopy(uint8_t* dst, const uint8_t* src, size_t n) {
-    for (size_t i = 0; i < n; i++) dst[i] = kBitReverse[src[i]];
-}
-
-// Copies up to n bytes of a record's data from offset off, as far as the record
-// holds them; the rest of dst is left as it was (zero).
-void CopyRecordBytes(uint8_t* dst, const uint8_t* data, size_t dataSize, size_t off, size_t n) {
-    if (!data || off >= dataSize) return;
-    std::memcpy(dst, data + off, std::min(n, dataSize - off));
+    for (size_t i = 0; i < n; i += 8) {
+        uint64_t v;
+        std::memcpy(&v, src + i, 8);
+        v = ReverseEachByte(v);
+        std::memcpy(dst + i, &v, 8);
+    }
 }
 
 }  // namespace
@@ -104,6 +101,7 @@ bool ZEBDisk::ExportHFE(const Filepath& path) {
 
     FieldWriter list(head.data() + kBlockSize, kBlockSize);
     std::vector<uint32_t> lengths(static_cast<size_t>(cylinders));
+    std::vector<uint32_t> starts(static_cast<size_t>(cylinders));
     uint32_t block = 2;
     // Both sides of a cylinder are written at the shorter side's length.
     int cut = 0, firstCut = -1;
@@ -127,39 +125,49 @@ bool ZEBDisk::ExportHFE(const Filepath& path) {
         list.U16(static_cast<size_t>(c) * hfetrk::kEntrySize + hfetrk::kBlock, block);
         list.U16(static_cast<size_t>(c) * hfetrk::kEntrySize + hfetrk::kLength, length);
         lengths[static_cast<size_t>(c)] = length;
+        starts[static_cast<size_t>(c)] = block;
         block += (length + kBlockSize - 1) / kBlockSize;
     }
     if (!hdr.ok() || !list.ok()) return report.Fail(CannotWrite(path, 0));
 
-    AtomicFile fio;
-    if (!fio.Create(path)) return report.Fail(CannotCreate(path, fio.lastError));
-    if (!fio.Write(head.data(), static_cast<int>(head.size())))
-        return report.Fail(CannotWrite(path, fio.lastError));
-
-    std::vector<uint8_t> side[2];
-    std::vector<uint8_t> out;
-    for (int c = 0; c < cylinders; c++) {
+    // The whole file is laid out in memory, each cylinder by its own worker,
+    // and written in one call.
+    // Every byte of it is written below: the header, then every piece.
+    const size_t fileBytes = static_cast<size_t>(block) * kBlockSize;
+    const auto out = std::make_unique_for_overwrite<uint8_t[]>(fileBytes);
+    std::memcpy(out.get(), head.data(), head.size());
+    trackpool::ForEach(cylinders, workers, [&](int c) {
         const size_t length = lengths[static_cast<size_t>(c)];
-        if (length <= 1) continue;
+        if (length <= 1) return;
         const size_t per = length / 2;
         const size_t pieces = (per + kPiece - 1) / kPiece;
         // Each side's bytes, zero past its length: the last piece carries only
         // per % 256 bytes, so a side of an exact multiple of 256 ends in a zero piece.
         const size_t keep = (pieces - 1) * kPiece + per % kPiece;
+        uint8_t* dst = out.get() + static_cast<size_t>(starts[static_cast<size_t>(c)]) * kBlockSize;
+        uint8_t piece[kPiece];
         for (int s = 0; s < 2; s++) {
-            side[s].assign(pieces * kPiece, 0);
-            const int slot = c * 2 + s;
-            CopyRecordBytes(side[s].data(), GetTrackData(c, s),
-                            static_cast<size_t>(RecordDataSize(slot)), 0, keep);
+            const uint8_t* data = GetTrackData(c, s);
+            const size_t have =
+                data ? std::min<size_t>(keep, static_cast<size_t>(RecordDataSize(c * 2 + s))) : 0;
+            for (size_t i = 0; i < pieces; i++) {
+                const size_t from = i * kPiece;
+                uint8_t* to = dst + i * kBlockSize + static_cast<size_t>(s) * kPiece;
+                if (from + kPiece <= have) {
+                    ReverseCopy(to, data + from, kPiece);
+                    continue;
+                }
+                std::memset(piece, 0, kPiece);
+                if (from < have) std::memcpy(piece, data + from, have - from);
+                ReverseCopy(to, piece, kPiece);
+            }
         }
-        out.resize(pieces * kBlockSize);
-        for (size_t i = 0; i < pieces; i++) {
-            ReverseCopy(out.data() + i * kBlockSize, side[0].data() + i * kPiece, kPiece);
-            ReverseCopy(out.data() + i * kBlockSize + kPiece, side[1].data() + i * kPiece, kPiece);
-        }
-        if (!fio.Write(out.data(), static_cast<int>(out.size())))
-            return report.Fail(CannotWrite(path, fio.lastError));
-    }
+    });
+
+    AtomicFile fio;
+    if (!fio.Create(path)) return report.Fail(CannotCreate(path, fio.lastError));
+    if (!fio.Write(out.get(), static_cast<int>(fileBytes)))
+        return report.Fail(CannotWrite(path, fio.lastError));
     if (!fio.Commit()) return report.Fail(CannotWrite(path, fio.lastError));
     if (cut > 0)
         report.Warn(std::to_string(cut) +
@@ -240,16 +248,26 @@ bool ZEBDisk::ImportHFE(const Filepath& path) {
                 NewRecord(c * 2 + h, need, c, h, nominal);
     }
 
-    std::vector<uint8_t> buf;
+    // The tracks' blocks are read in one call, from the first to the last one
+    // listed; then each cylinder is unpacked into its two records by its own worker.
+    int64_t from = fileSize, to = 0;
     for (int c = 0; c < tracks; c++) {
+        const int64_t off = offsets[static_cast<size_t>(c)];
+        from = std::min(from, off);
+        to = std::max(
+            to, off + (lengths[static_cast<size_t>(c)] + static_cast<int64_t>(kBlockSize) - 1) /
+                          static_cast<int64_t>(kBlockSize) * static_cast<int64_t>(kBlockSize));
+    }
+    const size_t spanBytes = static_cast<size_t>(to - from);
+    const auto span = std::make_unique_for_overwrite<uint8_t[]>(spanBytes);
+    if (!fio.Seek(from, 0) || !fio.Read(span.get(), static_cast<int>(spanBytes))) {
+        Cleanup();
+        return false;
+    }
+    trackpool::ForEach(tracks, workers, [&](int c) {
         const int length = lengths[static_cast<size_t>(c)];
         const size_t blocks = (static_cast<size_t>(length) + kBlockSize - 1) / kBlockSize;
-        buf.resize(blocks * kBlockSize);
-        if (!fio.Seek(offsets[static_cast<size_t>(c)], 0) ||
-            !fio.Read(buf.data(), static_cast<int>(buf.size()))) {
-            Cleanup();
-            return false;
-        }
+        const uint8_t* src = span.get() + (offsets[static_cast<size_t>(c)] - from);
         for (int s = 0; s < 2; s++) {
             const int slot = c * 2 + s;
             // A record smaller than the pieces (a cylinder beyond the disk's own
@@ -263,8 +281,8 @@ bool ZEBDisk::ImportHFE(const Filepath& path) {
             uint8_t* data = GetTrackData(c, s);
             for (size_t b = 0; b < blocks; b++)
                 ReverseCopy(data + b * kPiece,
-                            buf.data() + b * kBlockSize + static_cast<size_t>(s) * kPiece, kPiece);
+                            src + b * kBlockSize + static_cast<size_t>(s) * kPiece, kPiece);
         }
-    }
+    });
     return true;
 }
