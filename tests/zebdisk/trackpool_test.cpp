@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <ostream>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -68,6 +69,9 @@ struct Source {
     const char* ext;
     bool varied;
 };
+void PrintTo(const Source& s, std::ostream* os) {
+    *os << s.ext << (s.varied ? " varied" : " uniform");
+}
 
 class PoolAgainstSerial : public testing::TestWithParam<Source> {};
 
