@@ -60,8 +60,11 @@ bool ZEBDisk::Import(const Filepath& path, int diskno) {
     Cleanup();
     if (path.IsClear()) return false;
 
-    if (path.HasExt(".HFE")) {
-        if (!ImportHFE(path)) {
+    if (path.HasExt(".HFE") || path.HasExt(".SCP") || path.HasExt(".RAW")) {
+        const bool ok = path.HasExt(".HFE")   ? ImportHFE(path)
+                        : path.HasExt(".SCP") ? ImportSCP(path)
+                                              : ImportKryoFlux(path);
+        if (!ok) {
             Cleanup();
             return false;
         }

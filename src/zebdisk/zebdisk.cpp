@@ -74,6 +74,7 @@ ZEBDisk::~ZEBDisk() = default;
 
 void ZEBDisk::Cleanup() {
     for (auto& t : track) std::vector<uint8_t>().swap(t);
+    for (auto& r : spareRevolutions) std::vector<CellRevolution>().swap(r);
     initialized = 0;
     readOnly = 0;
     std::memset(header, 0, sizeof(header));
@@ -82,6 +83,7 @@ void ZEBDisk::Cleanup() {
 
 bool ZEBDisk::Init(int type, int rate, int rpm, int raw) {
     if (initialized) Cleanup();
+    for (auto& r : spareRevolutions) std::vector<CellRevolution>().swap(r);
 
     std::memset(header + 16, 0, sizeof(header) - 16);
     std::memcpy(header + zebhdr::kSignature, "ZEB", 3);

@@ -40,6 +40,13 @@ constexpr int kBitLength = 12;
 constexpr int kData = 16;
 }  // namespace zebrec
 
+// One revolution of a captured track as cells, kept beside the revolution a
+// RAW disk holds.
+struct CellRevolution {
+    std::vector<uint8_t> cells;
+    int bits = 0;
+};
+
 class ZEBDisk {
 public:
     static constexpr int kMaxCylinders = 84;
@@ -71,6 +78,10 @@ public:
 
     bool ExportHFE(const Filepath& path);
     bool ImportHFE(const Filepath& path);
+    // Flux captures: an SCP file, or the KryoFlux stream set one of whose files
+    // the path names. Both give a RAW disk.
+    bool ImportSCP(const Filepath& path);
+    bool ImportKryoFlux(const Filepath& path);
 
     // Header fields (32-bit little-endian in place).
     int32_t HeaderInt(int off) const;
@@ -99,6 +110,10 @@ public:
     uint8_t header[zebhdr::kSize];
     std::vector<uint8_t> track[kSlots];  // empty vector = empty slot
     int32_t updated[kSlots];
+    // The other revolutions of each captured slot, as cells: a sector-image
+    // export takes a sector from them that the kept revolution reads bad.
+    // Cleared by Cleanup, Init, Load and ConvertRaw; Save ignores them.
+    std::vector<CellRevolution> spareRevolutions[kSlots];
     // What the last load, import, conversion, save or export dropped, or why it
     // failed (the sector-level disk's report is merged in); the programs print it.
     Report report;

@@ -1,0 +1,67 @@
+#include "signal/fluxcell.h"
+
+#include <algorithm>
+#include <cmath>
+#include <vector>
+
+namespace {
+
+// Two cells last from 1 us (high density in a fast drive) to 12 us (double
+// density in a slow one, with room to spare).
+constexpr double kMinTwoCells = 1.0e-6;
+constexpr double kMaxTwoCells = 12.0e-6;
+// A histogram wider than this is coarsened: the peak needs no finer bins.
+constexpr uint64_t kMaxBins = 4096;
+// A peak counts when it holds at least this share of the highest one.
+constexpr int kPeakShare = 4;
+constexpr int kMinIntervals = 32;
+
+}  // namespace
+
+uint64_t FluxCellTime(const uint32_t* intervals, size_t n, double clockHz) {
+    if (!intervals || n < static_cast<size_t>(kMinIntervals) || !(clockHz > 0) || !(clockHz < 1e12))
+        return 0;
+    const uint64_t lo = std::max<uint64_t>(1, static_cast<uint64_t>(kMinTwoCells * clockHz));
+    const uint64_t hi = std::max<uint64_t>(lo + 1, static_cast<uint64_t>(kMaxTwoCells * clockHz));
+    const uint64_t width = (hi - lo + kMaxBins - 1) / kMaxBins;  // clock units a bin
+    const size_t bins = static_cast<size_t>((hi - lo) / width + 1);
+
+    std::vector<uint32_t> hist(bins + 2);
+    for (size_t i = 0; i < n; i++) {
+        const uint32_t v = intervals[i];
+        if (v >= lo && v <= hi) hist[static_cast<size_t>((v - lo) / width) + 1]++;
+    }
+    // Three-bin sums smooth out jitter that splits a peak between neighbours.
+    std::vector<uint32_t> smooth(bins + 2);
+    uint32_t top = 0;
+    for (size_t b = 1; b <= bins; b++) {
+        smooth[b] = hist[b - 1] + hist[b] + hist[b + 1];
+        top = std::max(top, smooth[b]);
+    }
+    if (top < static_cast<uint32_t>(kMinIntervals)) return 0;
+
+    // The first local maximum that stands out.
+    size_t peak = 0;
+    for (size_t b = 1; b <= bins && !peak; b++) {
+        if (smooth[b] * kPeakShare < top) continue;
+        size_t e = b;
+        while (e + 1 <= bins && smooth[e + 1] >= smooth[e]) e++;
+        peak = e;
+    }
+    if (!peak) return 0;
+
+    // The mean of the intervals within a fifth of the peak is two cells: the
+    // three-cell peak lies half as far again, beyond any jitter a drive has.
+    const double centre = static_cast<double>(lo + (peak - 1) * width) + width / 2.0;
+    const double from = centre * 0.8, to = centre * 1.2;
+    uint64_t sum = 0, count = 0;
+    for (size_t i = 0; i < n; i++) {
+        const double v = intervals[i];
+        if (v >= from && v <= to) {
+            sum += intervals[i];
+            count++;
+        }
+    }
+    if (!count) return 0;
+    return ((sum << kCellTimeShift) + count) / (2 * count);
+}

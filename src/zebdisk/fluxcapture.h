@@ -1,0 +1,53 @@
+// What the flux readers share: each track's revolutions are resampled into raw
+// tracks as they are read, the revolution that decodes best is kept, and the
+// whole capture then becomes a RAW disk of the rate, speed and type the flux
+// itself shows.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "zebdisk/zebdisk.h"
+
+// One revolution: the time from the index to the first transition, then from
+// each transition to the next, in clock units; length is index to index.
+struct FluxRevolution {
+    std::vector<uint32_t> intervals;
+    uint64_t length = 0;
+    // False when the capture ended before the next index.
+    bool whole = true;
+};
+
+class FluxCapture {
+public:
+    // Physical tracks a capture may hold a side: 84 cylinders of an 80-track drive.
+    static constexpr int kMaxCylinders = ZEBDisk::kMaxCylinders;
+
+    // Resamples and decodes the revolutions of one physical track. False, with
+    // the reason in *why, when a revolution is longer than any track record.
+    bool AddTrack(int cylinder, int head, const std::vector<FluxRevolution>& revs, double clockHz,
+                  std::string* why);
+    // Makes the disk from every track added; false when nothing was.
+    bool Build(ZEBDisk& disk);
+
+    // How many tracks added had no revolution from index to index.
+    int PartialTracks() const { return partial_; }
+
+private:
+    struct Track {
+        bool present = false;
+        std::vector<uint8_t> record;  // record header, then the raw samples
+        int samples = 0;
+        int sectors = 0;  // of the kept revolution
+        int good = 0;     // sectors read without error
+        int idOwn = 0;    // good IDs naming the physical cylinder
+        int idHalf = 0;   // good IDs naming half of it (a 40-track disk, single steps)
+        std::vector<CellRevolution> spares;
+    };
+    Track tracks_[kMaxCylinders][2];
+    // Whole revolutions of formatted tracks nearest each nominal length, and of any track.
+    int votes_[4] = {};
+    int anyVotes_[4] = {};
+    int partial_ = 0;
+};

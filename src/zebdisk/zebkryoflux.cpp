@@ -1,0 +1,315 @@
+// KryoFlux stream sets: one file a track side, trackNN.S.raw, in one folder.
+// A stream is a byte code sequence of flux values with out-of-band blocks for
+// the index pulses, the device's clocks and the end of the stream.
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "fileio/fieldio.h"
+#include "fileio/fileio.h"
+#include "zebdisk/fluxcapture.h"
+#include "zebdisk/zebdisk.h"
+
+namespace {
+
+// Byte codes of the stream.
+namespace kfcode {
+constexpr uint8_t kFlux2Last = 0x07;  // 0x00-0x07: code x 256 + next byte
+constexpr uint8_t kNop1 = 0x08;
+constexpr uint8_t kNop2 = 0x09;
+constexpr uint8_t kNop3 = 0x0A;
+constexpr uint8_t kOvl16 = 0x0B;  // adds 65536 to the next flux
+constexpr uint8_t kFlux3 = 0x0C;  // next two bytes, big-endian
+constexpr uint8_t kOob = 0x0D;
+// 0x0E-0xFF: Flux1, the value is the code
+}  // namespace kfcode
+
+// Out-of-band block: the code, a type byte, a 16-bit size, the payload.
+namespace kfoob {
+constexpr size_t kType = 1;
+constexpr size_t kSize = 2;
+constexpr size_t kHeader = 4;
+constexpr uint8_t kStreamInfo = 1;
+constexpr uint8_t kIndex = 2;
+constexpr uint8_t kStreamEnd = 3;
+constexpr uint8_t kInfo = 4;
+constexpr uint8_t kEof = 0x0D;
+}  // namespace kfoob
+
+// Payloads.
+namespace kfinfo {
+constexpr size_t kStreamPos = 0;
+constexpr size_t kSize = 8;
+}  // namespace kfinfo
+namespace kfindex {
+constexpr size_t kStreamPos = 0;
+constexpr size_t kSampleCounter = 4;
+constexpr size_t kSize = 12;  // the index counter follows at 8
+}  // namespace kfindex
+namespace kfend {
+constexpr size_t kStreamPos = 0;
+constexpr size_t kResult = 4;
+constexpr size_t kSize = 8;
+}  // namespace kfend
+
+// 18,432,000 x 73 / 14 / 2 Hz unless the stream names its own clock.
+constexpr double kDefaultSampleClock = 18432000.0 * 73.0 / 14.0 / 2.0;
+// A stream file is a few revolutions of one track; anything far larger is not one.
+constexpr int64_t kMaxStreamFile = 32 << 20;
+// More revolutions than this add nothing but time.
+constexpr size_t kMaxRevolutions = 16;
+
+struct IndexMark {
+    uint32_t streamPos;
+    uint32_t sampleCounter;
+};
+
+struct Stream {
+    std::vector<uint32_t> flux;
+    std::vector<uint32_t> codePos;   // stream position of each flux's own code
+    std::vector<uint32_t> firstPos;  // ... and of its first overflow, if any
+    std::vector<IndexMark> indexes;
+    double sampleClock = kDefaultSampleClock;
+    bool ended = false;        // an end-of-file block was met
+    bool cut = false;          // the bytes stopped inside a code or block
+    bool posMismatch = false;  // a block's stream position disagrees with the data
+    uint32_t result = 0;       // the stream end block's result code
+};
+
+// The value of `name=` in a KF info text, as a clock in Hz; 0 when absent or unusable.
+double InfoClock(const std::string& text, const char* name) {
+    const size_t at = text.find(name);
+    if (at == std::string::npos) return 0;
+    const std::string rest = text.substr(at + std::strlen(name), 32);
+    char* end = nullptr;
+    const double v = std::strtod(rest.c_str(), &end);
+    return end != rest.c_str() && v > 1e6 && v < 1e9 ? v : 0;
+}
+
+void ParseOob(Stream& s, uint8_t type, const uint8_t* payload, size_t size, uint32_t pos) {
+    FieldReader p(payload, size);
+    switch (type) {
+        case kfoob::kStreamInfo:
+            if (size >= kfinfo::kSize && p.U32(kfinfo::kStreamPos) != pos) s.posMismatch = true;
+            break;
+        case kfoob::kIndex:
+            if (size >= kfindex::kSize)
+                s.indexes.push_back({p.U32(kfindex::kStreamPos), p.U32(kfindex::kSampleCounter)});
+            break;
+        case kfoob::kStreamEnd:
+            if (size >= kfend::kSize) {
+                if (p.U32(kfend::kStreamPos) != pos) s.posMismatch = true;
+                s.result = p.U32(kfend::kResult);
+            }
+            break;
+        case kfoob::kInfo: {
+            const std::string text(reinterpret_cast<const char*>(payload),
+                                   strnlen(reinterpret_cast<const char*>(payload), size));
+            if (const double sck = InfoClock(text, "sck=")) s.sampleClock = sck;
+            break;
+        }
+        default:
+            break;
+    }
+}
+
+Stream Parse(const std::vector<uint8_t>& b) {
+    Stream s;
+    const size_t n = b.size();
+    s.flux.reserve(n);
+    s.codePos.reserve(n);
+    s.firstPos.reserve(n);
+    uint32_t pos = 0;  // bytes outside out-of-band blocks
+    uint64_t overflow = 0;
+    uint32_t first = 0;
+    size_t i = 0;
+    auto put = [&](uint64_t v, uint32_t own) {
+        const uint64_t value = std::min<uint64_t>(v + overflow, UINT32_MAX);
+        s.flux.push_back(static_cast<uint32_t>(value));
+        s.codePos.push_back(own);
+        s.firstPos.push_back(overflow ? first : own);
+        overflow = 0;
+    };
+    while (i < n) {
+        const uint8_t c = b[i];
+        size_t len;
+        if (c <= kfcode::kFlux2Last) {
+            len = 2;
+            if (i + len > n) break;
+            put((uint32_t{c} << 8) | b[i + 1], pos);
+        } else if (c == kfcode::kNop1 || c == kfcode::kNop2 || c == kfcode::kNop3) {
+            len = size_t{c} - kfcode::kNop1 + 1;
+            if (i + len > n) break;
+        } else if (c == kfcode::kOvl16) {
+            len = 1;
+            if (!overflow) first = pos;
+            overflow += 0x10000;
+        } else if (c == kfcode::kFlux3) {
+            len = 3;
+            if (i + len > n) break;
+            put((uint32_t{b[i + 1]} << 8) | b[i + 2], pos);
+        } else if (c == kfcode::kOob) {
+            if (i + kfoob::kHeader > n) break;
+            const uint8_t type = b[i + kfoob::kType];
+            if (type == kfoob::kEof) {
+                s.ended = true;
+                return s;
+            }
+            const size_t size = b[i + kfoob::kSize] | (size_t{b[i + kfoob::kSize + 1]} << 8);
+            if (i + kfoob::kHeader + size > n) break;
+            ParseOob(s, type, b.data() + i + kfoob::kHeader, size, pos);
+            i += kfoob::kHeader + size;
+            continue;  // outside the stream positions
+        } else {
+            len = 1;
+            put(c, pos);
+        }
+        i += len;
+        pos += static_cast<uint32_t>(len);
+    }
+    s.cut = i < n;
+    return s;
+}
+
+// Cuts the stream into revolutions at its index pulses. An index falls inside
+// the flux whose code follows its stream position, its sample counter after
+// that flux began (plus the overflows written before the index).
+std::vector<FluxRevolution> Revolutions(const Stream& s) {
+    const size_t n = s.flux.size();
+    std::vector<uint64_t> ends(n);  // time of each transition
+    uint64_t t = 0;
+    for (size_t k = 0; k < n; k++) ends[k] = t += s.flux[k];
+
+    std::vector<uint64_t> marks;
+    for (const IndexMark& m : s.indexes) {
+        const size_t k = static_cast<size_t>(
+            std::lower_bound(s.codePos.begin(), s.codePos.end(), m.streamPos) - s.codePos.begin());
+        uint64_t at;
+        if (k >= n) {
+            at = t + m.sampleCounter;
+        } else {
+            const uint64_t start = k ? ends[k - 1] : 0;
+            uint64_t within = m.sampleCounter;
+            if (m.streamPos > s.firstPos[k])
+                within += uint64_t{std::min<uint32_t>(m.streamPos - s.firstPos[k], s.flux[k] >> 16)}
+                          << 16;
+            at = start + std::min<uint64_t>(within, s.flux[k]);
+        }
+        if (marks.empty() || at > marks.back()) marks.push_back(at);
+    }
+
+    std::vector<FluxRevolution> revs;
+    auto cut = [&](uint64_t from, uint64_t to, bool whole) {
+        FluxRevolution r;
+        r.whole = whole;
+        r.length = to - from;
+        size_t k =
+            static_cast<size_t>(std::upper_bound(ends.begin(), ends.end(), from) - ends.begin());
+        uint64_t last = from;
+        for (; k < n && ends[k] <= to; k++) {
+            r.intervals.push_back(
+                static_cast<uint32_t>(std::min<uint64_t>(ends[k] - last, UINT32_MAX)));
+            last = ends[k];
+        }
+        revs.push_back(std::move(r));
+    };
+    if (marks.size() >= 2) {
+        for (size_t r = 0; r + 1 < marks.size() && revs.size() < kMaxRevolutions; r++)
+            cut(marks[r], marks[r + 1], true);
+    } else if (t > 0) {
+        cut(marks.empty() ? 0 : std::min(marks[0], t), t, false);
+    }
+    return revs;
+}
+
+bool ReadWhole(const std::string& name, std::vector<uint8_t>& out, bool* tooLarge) {
+    Fileio f;
+    *tooLarge = false;
+    if (!f.Open(name.c_str(), Fileio::ReadOnly)) return false;
+    const int64_t size = f.GetFileSize();
+    if (size < 0) return false;
+    if (size > kMaxStreamFile) {
+        *tooLarge = true;
+        return false;
+    }
+    out.resize(static_cast<size_t>(size));
+    return size == 0 || f.Read(out.data(), static_cast<int>(size));
+}
+
+// "track", "00", "0" from "track00.0": the prefix, then two or more digits, a
+// dot and the side.
+bool SplitStreamName(const char* fname, std::string* prefix) {
+    const std::string s(fname);
+    const size_t n = s.size();
+    if (n < 4 || s[n - 2] != '.' || (s[n - 1] != '0' && s[n - 1] != '1')) return false;
+    size_t d = n - 2;
+    while (d > 0 && s[d - 1] >= '0' && s[d - 1] <= '9') d--;
+    if (n - 2 - d < 2) return false;
+    *prefix = s.substr(0, d);
+    return true;
+}
+
+}  // namespace
+
+bool ZEBDisk::ImportKryoFlux(const Filepath& path) {
+    const std::string shortName = path.GetShort();
+    std::string prefix;
+    if (!SplitStreamName(path.fname, &prefix))
+        return report.Fail(shortName + ": not a stream file name of the form trackNN.S.raw");
+
+    FluxCapture capture;
+    std::vector<uint8_t> bytes;
+    int found = 0, first = -1, last = -1, cutShort = 0, readErrors = 0, lost = 0;
+    bool missing[FluxCapture::kMaxCylinders][2] = {};
+    bool sideUsed[2] = {};
+    for (int c = 0; c < FluxCapture::kMaxCylinders; c++) {
+        for (int h = 0; h < 2; h++) {
+            char num[16];
+            std::snprintf(num, sizeof num, "%02d.%d", c, h);
+            const std::string base = prefix + num + path.ext;
+            const std::string name = std::string(path.dir) + base;
+            if (Fileio::IsExist(name.c_str()) != 1) {
+                missing[c][h] = true;
+                continue;
+            }
+            bool tooLarge;
+            if (!ReadWhole(name, bytes, &tooLarge))
+                return report.Fail(
+                    base + (tooLarge ? ": too large for a stream file" : ": cannot be read"));
+            const Stream s = Parse(bytes);
+            if (s.cut || !s.ended) cutShort++;
+            if (s.result != 0) readErrors++;
+            if (s.posMismatch) lost++;
+            std::string why;
+            if (!capture.AddTrack(c, h, Revolutions(s), s.sampleClock, &why))
+                return report.Fail(base + ": " + why);
+            found++;
+            sideUsed[h] = true;
+            if (first < 0) first = c;
+            last = c;
+        }
+    }
+    if (found == 0) return report.Fail(shortName + ": no stream file of the set can be read");
+
+    int gaps = 0;
+    for (int c = first; c <= last; c++)
+        for (int h = 0; h < 2; h++)
+            if (sideUsed[h] && missing[c][h]) gaps++;
+    if (gaps)
+        report.Warn(shortName + ": " + std::to_string(gaps) +
+                    " track(s) missing from the set, left blank");
+    if (cutShort) report.Warn(shortName + ": " + std::to_string(cutShort) + " stream(s) end early");
+    if (readErrors)
+        report.Warn(shortName + ": " + std::to_string(readErrors) +
+                    " stream(s) report a capture error");
+    if (lost)
+        report.Warn(shortName + ": " + std::to_string(lost) + " stream(s) lost data in transfer");
+    if (capture.PartialTracks())
+        report.Warn(shortName + ": " + std::to_string(capture.PartialTracks()) +
+                    " track(s) without a whole revolution");
+    if (!capture.Build(*this)) return report.Fail(shortName + ": no track holds flux");
+    return true;
+}

@@ -1,0 +1,2 @@
+#include "zebdisk/zebdisk.h"
+bool ZEBDisk::ImportSCP(const Filepath&) { return false; }
