@@ -1,7 +1,6 @@
 #include "signal/fluxcell.h"
 
 #include <algorithm>
-#include <cmath>
 #include <vector>
 
 namespace {
@@ -27,9 +26,16 @@ uint64_t FluxCellTime(const uint32_t* intervals, size_t n, double clockHz) {
     const size_t bins = static_cast<size_t>((hi - lo) / width + 1);
 
     std::vector<uint32_t> hist(bins + 2);
-    for (size_t i = 0; i < n; i++) {
-        const uint32_t v = intervals[i];
-        if (v >= lo && v <= hi) hist[static_cast<size_t>((v - lo) / width) + 1]++;
+    if (width == 1) {
+        for (size_t i = 0; i < n; i++) {
+            const uint64_t v = intervals[i] - lo;  // wraps below lo
+            if (v <= hi - lo) hist[static_cast<size_t>(v) + 1]++;
+        }
+    } else {
+        for (size_t i = 0; i < n; i++) {
+            const uint64_t v = intervals[i] - lo;
+            if (v <= hi - lo) hist[static_cast<size_t>(v / width) + 1]++;
+        }
     }
     // Three-bin sums smooth out jitter that splits a peak between neighbours.
     std::vector<uint32_t> smooth(bins + 2);
@@ -52,13 +58,13 @@ uint64_t FluxCellTime(const uint32_t* intervals, size_t n, double clockHz) {
 
     // The mean of the intervals within a fifth of the peak is two cells: the
     // three-cell peak lies half as far again, beyond any jitter a drive has.
-    const double centre = static_cast<double>(lo + (peak - 1) * width) + width / 2.0;
-    const double from = centre * 0.8, to = centre * 1.2;
+    const uint64_t centre = lo + (peak - 1) * width + width / 2;
+    const uint64_t from = centre * 4 / 5, span = centre * 6 / 5 - from;
     uint64_t sum = 0, count = 0;
     for (size_t i = 0; i < n; i++) {
-        const double v = intervals[i];
-        if (v >= from && v <= to) {
-            sum += intervals[i];
+        const uint64_t v = intervals[i];
+        if (v - from <= span) {  // wraps below from
+            sum += v;
             count++;
         }
     }

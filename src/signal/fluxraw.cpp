@@ -1,6 +1,7 @@
 #include "signal/fluxraw.h"
 
 #include <cstdint>
+#include <cstring>
 
 #include "signal/fluxcell.h"
 
@@ -19,6 +20,12 @@ uint64_t SamplesPerClock(uint64_t cellTime) {
 // Stores the 64-bit word as eight big-endian bytes, as far as the buffer goes.
 void StoreWord(uint8_t* raw, uint64_t bytes, uint64_t index, uint64_t word) {
     const uint64_t at = index * 8;
+    if (bytes - at >= 8) {
+        uint8_t be[8];
+        for (int i = 0; i < 8; i++) be[i] = static_cast<uint8_t>(word >> (56 - 8 * i));
+        std::memcpy(raw + at, be, 8);
+        return;
+    }
     const uint64_t n = bytes - at < 8 ? bytes - at : 8;
     for (uint64_t i = 0; i < n; i++) raw[at + i] = static_cast<uint8_t>(word >> (56 - 8 * i));
 }

@@ -113,6 +113,9 @@ bool FluxCapture::AddTrack(int cylinder, int head, const std::vector<FluxRevolut
             out.record.swap(scratch);
             out.samples = static_cast<int>(samples);
         }
+        // A revolution that reads every sector it has ends the search: later
+        // ones could only add a sector it lost without a trace.
+        if (r.whole && reading.sectors > 0 && reading.good == reading.sectors) break;
     }
     if (bestIndex < 0) return true;
 

@@ -69,8 +69,8 @@ struct IndexMark {
 
 struct Stream {
     std::vector<uint32_t> flux;
-    std::vector<uint32_t> codePos;   // stream position of each flux's own code
-    std::vector<uint32_t> firstPos;  // ... and of its first overflow, if any
+    std::vector<uint32_t> codePos;  // stream position of each flux's own code
+    size_t count = 0;               // fluxes held (the vectors may be longer)
     std::vector<IndexMark> indexes;
     double sampleClock = kDefaultSampleClock;
     bool ended = false;        // an end-of-file block was met
@@ -116,21 +116,29 @@ void ParseOob(Stream& s, uint8_t type, const uint8_t* payload, size_t size, uint
     }
 }
 
-Stream Parse(const std::vector<uint8_t>& b) {
-    Stream s;
+// Decodes the stream into s, whose vectors are reused from file to file.
+void Parse(const std::vector<uint8_t>& b, Stream& s) {
+    s.count = 0;
+    s.indexes.clear();
+    s.sampleClock = kDefaultSampleClock;
+    s.ended = s.cut = s.posMismatch = false;
+    s.result = 0;
     const size_t n = b.size();
-    s.flux.reserve(n);
-    s.codePos.reserve(n);
-    s.firstPos.reserve(n);
+    // No stream holds more fluxes than bytes.
+    if (s.flux.size() < n) {
+        s.flux.resize(n);
+        s.codePos.resize(n);
+    }
+    uint32_t* flux = s.flux.data();
+    uint32_t* codePos = s.codePos.data();
+    size_t m = 0;
     uint32_t pos = 0;  // bytes outside out-of-band blocks
     uint64_t overflow = 0;
-    uint32_t first = 0;
     size_t i = 0;
-    auto put = [&](uint64_t v, uint32_t own) {
-        const uint64_t value = std::min<uint64_t>(v + overflow, UINT32_MAX);
-        s.flux.push_back(static_cast<uint32_t>(value));
-        s.codePos.push_back(own);
-        s.firstPos.push_back(overflow ? first : own);
+    auto put = [&](uint32_t v, uint32_t own) {
+        flux[m] =
+            overflow ? static_cast<uint32_t>(std::min<uint64_t>(v + overflow, UINT32_MAX)) : v;
+        codePos[m++] = own;
         overflow = 0;
     };
     while (i < n) {
@@ -145,7 +153,6 @@ Stream Parse(const std::vector<uint8_t>& b) {
             if (i + len > n) break;
         } else if (c == kfcode::kOvl16) {
             len = 1;
-            if (!overflow) first = pos;
             overflow += 0x10000;
         } else if (c == kfcode::kFlux3) {
             len = 3;
@@ -156,7 +163,8 @@ Stream Parse(const std::vector<uint8_t>& b) {
             const uint8_t type = b[i + kfoob::kType];
             if (type == kfoob::kEof) {
                 s.ended = true;
-                return s;
+                s.count = m;
+                return;
             }
             const size_t size = b[i + kfoob::kSize] | (size_t{b[i + kfoob::kSize + 1]} << 8);
             if (i + kfoob::kHeader + size > n) break;
@@ -171,58 +179,69 @@ Stream Parse(const std::vector<uint8_t>& b) {
         pos += static_cast<uint32_t>(len);
     }
     s.cut = i < n;
-    return s;
+    s.count = m;
 }
 
 // Cuts the stream into revolutions at its index pulses. An index falls inside
 // the flux whose code follows its stream position, its sample counter after
-// that flux began (plus the overflows written before the index).
-std::vector<FluxRevolution> Revolutions(const Stream& s) {
-    const size_t n = s.flux.size();
-    std::vector<uint64_t> ends(n);  // time of each transition
-    uint64_t t = 0;
-    for (size_t k = 0; k < n; k++) ends[k] = t += s.flux[k];
-
+// that flux began, plus the overflows (written just before the flux's code)
+// that came before the index.
+void Revolutions(const Stream& s, std::vector<FluxRevolution>& revs) {
+    revs.clear();
+    const size_t n = s.count;
     std::vector<uint64_t> marks;
-    for (const IndexMark& m : s.indexes) {
-        const size_t k = static_cast<size_t>(
-            std::lower_bound(s.codePos.begin(), s.codePos.end(), m.streamPos) - s.codePos.begin());
-        uint64_t at;
-        if (k >= n) {
-            at = t + m.sampleCounter;
-        } else {
-            const uint64_t start = k ? ends[k - 1] : 0;
-            uint64_t within = m.sampleCounter;
-            if (m.streamPos > s.firstPos[k])
-                within += uint64_t{std::min<uint32_t>(m.streamPos - s.firstPos[k], s.flux[k] >> 16)}
-                          << 16;
-            at = start + std::min<uint64_t>(within, s.flux[k]);
+    {
+        uint64_t t = 0;
+        size_t k = 0;
+        for (const IndexMark& m : s.indexes) {
+            // Index blocks come in stream order; one that goes back is dropped.
+            for (; k < n && s.codePos[k] < m.streamPos; k++) t += s.flux[k];
+            uint64_t at = t + m.sampleCounter;
+            if (k < n) {
+                const uint32_t ovl = s.flux[k] >> 16;
+                const uint32_t first = s.codePos[k] - std::min(s.codePos[k], ovl);
+                uint64_t within = m.sampleCounter;
+                if (m.streamPos > first)
+                    within += uint64_t{std::min(m.streamPos - first, ovl)} << 16;
+                at = t + std::min<uint64_t>(within, s.flux[k]);
+            }
+            if (marks.empty() || at > marks.back()) marks.push_back(at);
         }
-        if (marks.empty() || at > marks.back()) marks.push_back(at);
     }
 
-    std::vector<FluxRevolution> revs;
-    auto cut = [&](uint64_t from, uint64_t to, bool whole) {
-        FluxRevolution r;
-        r.whole = whole;
-        r.length = to - from;
-        size_t k =
-            static_cast<size_t>(std::upper_bound(ends.begin(), ends.end(), from) - ends.begin());
-        uint64_t last = from;
-        for (; k < n && ends[k] <= to; k++) {
-            r.intervals.push_back(
-                static_cast<uint32_t>(std::min<uint64_t>(ends[k] - last, UINT32_MAX)));
-            last = ends[k];
-        }
-        revs.push_back(std::move(r));
-    };
+    // One pass over the flux, cutting where the time passes each mark.
+    uint64_t total = 0;
+    for (size_t k = 0; k < n; k++) total += s.flux[k];
+    std::vector<uint64_t> cuts;
+    bool whole = true;
     if (marks.size() >= 2) {
-        for (size_t r = 0; r + 1 < marks.size() && revs.size() < kMaxRevolutions; r++)
-            cut(marks[r], marks[r + 1], true);
-    } else if (t > 0) {
-        cut(marks.empty() ? 0 : std::min(marks[0], t), t, false);
+        const size_t count = std::min(marks.size() - 1, kMaxRevolutions);
+        cuts.assign(marks.begin(), marks.begin() + static_cast<std::ptrdiff_t>(count) + 1);
+    } else if (total > 0) {
+        cuts = {marks.empty() ? 0 : std::min(marks[0], total), total};
+        whole = false;
+    } else {
+        return;
     }
-    return revs;
+    revs.resize(cuts.size() - 1);
+    uint64_t t = 0;
+    size_t k = 0;
+    while (k < n && t + s.flux[k] <= cuts[0]) t += s.flux[k++];
+    for (size_t r = 0; r + 1 < cuts.size(); r++) {
+        FluxRevolution& rev = revs[r];
+        rev.whole = whole;
+        rev.length = cuts[r + 1] - cuts[r];
+        // Transitions after the index and up to the next one.
+        const size_t from = k;
+        uint64_t end = t;
+        while (k < n && end + s.flux[k] <= cuts[r + 1]) end += s.flux[k++];
+        rev.intervals.assign(s.flux.begin() + static_cast<std::ptrdiff_t>(from),
+                             s.flux.begin() + static_cast<std::ptrdiff_t>(k));
+        // The first one counts from the index, not from the transition before it.
+        if (!rev.intervals.empty())
+            rev.intervals[0] = static_cast<uint32_t>(t + rev.intervals[0] - cuts[r]);
+        t = end;
+    }
 }
 
 bool ReadWhole(const std::string& name, std::vector<uint8_t>& out, bool* tooLarge) {
@@ -262,6 +281,8 @@ bool ZEBDisk::ImportKryoFlux(const Filepath& path) {
 
     FluxCapture capture;
     std::vector<uint8_t> bytes;
+    Stream s;
+    std::vector<FluxRevolution> revs;
     int found = 0, first = -1, last = -1, cutShort = 0, readErrors = 0, lost = 0;
     bool missing[FluxCapture::kMaxCylinders][2] = {};
     bool sideUsed[2] = {};
@@ -279,12 +300,13 @@ bool ZEBDisk::ImportKryoFlux(const Filepath& path) {
             if (!ReadWhole(name, bytes, &tooLarge))
                 return report.Fail(
                     base + (tooLarge ? ": too large for a stream file" : ": cannot be read"));
-            const Stream s = Parse(bytes);
+            Parse(bytes, s);
             if (s.cut || !s.ended) cutShort++;
             if (s.result != 0) readErrors++;
             if (s.posMismatch) lost++;
             std::string why;
-            if (!capture.AddTrack(c, h, Revolutions(s), s.sampleClock, &why))
+            Revolutions(s, revs);
+            if (!capture.AddTrack(c, h, revs, s.sampleClock, &why))
                 return report.Fail(base + ": " + why);
             found++;
             sideUsed[h] = true;

@@ -1,2 +1,4 @@
 #include "zebdisk/zebdisk.h"
-bool ZEBDisk::ImportSCP(const Filepath&) { return false; }
+bool ZEBDisk::ImportSCP(const Filepath&) {
+    return false;
+}
