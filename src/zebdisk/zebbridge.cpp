@@ -9,6 +9,7 @@
 
 #include "fileio/fieldio.h"
 #include "vdisk/vdisk.h"
+#include "zebdisk/revmerge.h"
 #include "zebdisk/trackpool.h"
 #include "zebdisk/zebdisk.h"
 
@@ -169,6 +170,7 @@ bool ZEBDisk::Export(const Filepath& path, int mode) {
         if (!t || !data) return;
         const int bits = BitsWithin(GetTrackLen(c, h), RecordDataSize(c * 2 + h));
         t->Decode(0, data, bits, mode);
+        MergeRevolutions(*t, spareRevolutions[c * 2 + h], mode);
     });
 
     char name[zebhdr::kNameLen] = {};
