@@ -132,6 +132,9 @@ int VDisk::ImportD68(const Filepath& path, int diskno) {
     // track offsets pointing at the same data cannot multiply what is read.
     const int64_t budget = fileSize - base;
     int64_t consumed = 0;
+    // Status bytes other than normal and deleted (CRC errors, missing marks)
+    // are not carried into the sectors.
+    int errors = 0, errC = 0, errH = 0, errR = 0;
 
     std::vector<uint8_t> data(kMaxSectorData);
     for (int c = 0; c < cylinders; c++) {
@@ -159,9 +162,17 @@ int VDisk::ImportD68(const Filepath& path, int diskno) {
                 const int status = sec.U8(kSecDeleted) != 0 ? SECT_DELETED : 0;
                 t->AddSector(MakeFormattedSector(mfm, sec.U8(kSecC), sec.U8(kSecH), sec.U8(kSecR),
                                                  sec.U8(kSecN), data.data(), length, status));
+                const uint32_t st = sec.U8(kSecStatus);
+                if (st != 0x00 && st != kMarkDeleted && errors++ == 0)
+                    errC = c, errH = h, errR = sec.U8(kSecR);
             }
         }
     }
+    if (errors > 0)
+        report.Warn(std::to_string(errors) + (errors == 1 ? " sector" : " sectors") +
+                    " marked with CRC errors or a missing mark in the file " +
+                    (errors == 1 ? "loses" : "lose") + " that status on reading (first: track " +
+                    TrackName(errC, errH) + ", R " + std::to_string(errR) + ")");
     return 1;
 }
 

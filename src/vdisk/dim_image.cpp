@@ -111,6 +111,7 @@ int VDisk::ImportDIM(const Filepath& path) {
         CopyDiskName(name, reinterpret_cast<const char*>(hdrBuf + kHdrComment), 59);
     } else {
         CopyDiskName(name, path.GetShort());
+        WarnNameCut(std::string(path.fname) + path.ext, 59, "", &report);
     }
     writeProtect = protect ? 1 : 0;
 

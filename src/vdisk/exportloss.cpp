@@ -99,10 +99,8 @@ void WarnSlotLength(const VDisk& disk, int keptTracks, int slot, Report* report)
                  std::to_string(slotOf(t.first)) + " bytes)");
 }
 
-void WarnNameCut(const char* name, int keep, const std::string& format, Report* report) {
-    if (!name || keep < 0) return;
-    const size_t len = strnlen(name, 60);
-    if (len <= static_cast<size_t>(keep)) return;
-    report->Warn("the name \"" + std::string(name, len) + "\" is cut to its first " +
-                 std::to_string(keep) + " characters in " + format);
+void WarnNameCut(const std::string& name, int keep, const std::string& format, Report* report) {
+    if (keep < 0 || name.size() <= static_cast<size_t>(keep)) return;
+    report->Warn("the name \"" + name + "\" is cut to its first " + std::to_string(keep) +
+                 " characters" + (format.empty() ? "" : " in " + format));
 }

@@ -27,8 +27,9 @@ void WarnStatusLost(const VDisk& disk, int keptTracks, uint8_t lost, const std::
 // file without offsets: slot bytes, or 128 << N of each sector when slot is 0.
 void WarnSlotLength(const VDisk& disk, int keptTracks, int slot, Report* report);
 
-// A name longer than keep characters, cut in the file.
-void WarnNameCut(const char* name, int keep, const std::string& format, Report* report);
+// A name longer than keep characters, cut in the file of the format named (or,
+// with no format, in the disk read).
+void WarnNameCut(const std::string& name, int keep, const std::string& format, Report* report);
 
 // "C.H" of a track, as the warnings and reasons print it.
 std::string TrackName(int c, int h);

@@ -105,6 +105,9 @@ int VDisk::ImportFDD(const Filepath& path) {
     }
 
     Init(mediaType, cyls, 2);
+    WarnNameCut(std::string(reinterpret_cast<const char*>(hdr.data() + kFddName),
+                            strnlen(reinterpret_cast<const char*>(hdr.data() + kFddName), 127)),
+                59, "", &report);
     hdr[kFddNameEnd] = 0;
     CopyDiskName(name, reinterpret_cast<const char*>(hdr.data() + kFddName), 59);
     writeProtect = (r.I16(kFddWriteProtect) != 0 || protectedFile) ? 1 : 0;

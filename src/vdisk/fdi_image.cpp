@@ -106,6 +106,7 @@ int VDisk::ImportFDI(const Filepath& path) {
 
     Init(mediaType, static_cast<int>(cyls), 2);
     CopyDiskName(name, path.GetShort());
+    WarnNameCut(std::string(path.fname) + path.ext, 59, "", &report);
     writeProtect = protectedFile ? 1 : 0;
 
     if (!f.Seek(headerSize, 0)) return 0;

@@ -60,6 +60,7 @@ int VDisk::ImportFIX(const Filepath& path) {
     cylinders = row->cylinders;
     heads = kFixHeads;
     CopyDiskName(name, path.GetShort());
+    WarnNameCut(std::string(path.fname) + path.ext, 59, "", &report);
     writeProtect = protect ? 1 : 0;
 
     const int secLen = 128 << row->n;

@@ -3,6 +3,7 @@
 // order. The entries carry no offsets.
 #include <algorithm>
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -103,6 +104,9 @@ int VDisk::ImportNFD(const Filepath& path) {
     }
 
     Init(mediaType, cyls, 2);
+    WarnNameCut(std::string(reinterpret_cast<const char*>(hdr.data() + kNfdComment),
+                            strnlen(reinterpret_cast<const char*>(hdr.data() + kNfdComment), 255)),
+                59, "", &report);
     hdr[kNfdCommentEnd] = 0;
     CopyDiskName(name, reinterpret_cast<const char*>(hdr.data() + kNfdComment), 59);
     writeProtect = (r.U8(kNfdWriteProtect) != 0 || protectedFile) ? 1 : 0;

@@ -247,3 +247,51 @@ INSTANTIATE_TEST_SUITE_P(Writers, ExportReport, ::testing::ValuesIn(kCases),
                          [](const auto& p) { return std::string(p.param.name); });
 
 }  // namespace
+
+namespace {
+
+// Names longer than the 59 characters a disk keeps: a plain image's file name,
+// an FDD name, an NFD comment.
+TEST(ImportReport, LongNamesAreCutTo59Characters) {
+    const std::string longName(70, 'n');
+    VDisk a;
+    Uniform(a, VDISK_2DD, 80, 9, 2);
+    std::strcpy(a.name, std::string(59, 'm').c_str());
+    Bytes fdd = Written(a, "named.fdd"), nfd = Written(a, "named.nfd");
+    W(fdd).Text(0x08, longName.c_str(), 100, 128);
+    W(nfd).Text(0x10, longName.c_str(), 100, 256);
+    const std::string plain = Put(longName + ".2dd", Written(a, "named.2dd"));
+    const std::string cut = "the name \"" + longName + "\" is cut to its first 59 characters";
+    for (const auto& [file, warning] :
+         {std::pair{plain, "the name \"" + longName + ".2dd\" is cut to its first 59 characters"},
+          {Put("named.fdd", fdd), cut},
+          {Put("named.nfd", nfd), cut}}) {
+        SCOPED_TRACE(file);
+        VDisk d;
+        ASSERT_EQ(d.Import(PathOf(file), 1), 1);
+        EXPECT_EQ(d.report.warnings, std::vector<std::string>{warning});
+        EXPECT_EQ(std::string(d.name).size(), 59u);
+    }
+}
+
+}  // namespace
+
+namespace {
+
+// The D68 family records CRC errors and missing marks, which a sector read
+// from it cannot carry; deleted marks it carries.
+TEST(ImportReport, D88StatusBytesThatAreNotKept) {
+    VDisk a;
+    Hd(a, 77);
+    Mark(a, 1, 0, 2, SECT_DELETED);
+    Mark(a, 4, 1, 6, SECT_IDCRC);
+    Mark(a, 9, 0, 3, SECT_NODAM, 0);
+    ASSERT_FALSE(Written(a, "status.d88").empty());
+    VDisk d;
+    ASSERT_EQ(d.Import(PathOf(Scratch("status.d88")), 1), 1);
+    EXPECT_EQ(d.report.warnings,
+              std::vector<std::string>{"2 sectors marked with CRC errors or a missing mark in the "
+                                       "file lose that status on reading (first: track 4.1, R 6)"});
+}
+
+}  // namespace
