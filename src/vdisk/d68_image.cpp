@@ -1,12 +1,14 @@
 // D68 family images (.D68, .D88, .D77, .D98): a 688-byte disk header with a
 // table of track offsets, then the tracks, each sector carrying a 16-byte
 // header before its data. Several disks may follow one another in one file.
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <string>
 #include <vector>
 
 #include "fileio/atomicfile.h"
+#include "fileio/failtext.h"
 #include "fileio/fieldio.h"
 #include "fileio/fileerror.h"
 #include "fileio/fileio.h"
@@ -62,6 +64,54 @@ uint8_t StatusByte(uint8_t status) {
     return st;
 }
 
+// Bytes of a sector beside its data when written as tightly as a controller
+// can: ID sync, marks, ID, CRCs and gap 2, in double density.
+constexpr int64_t kMinSectorOverhead = 62;
+// Bytes of one 2D or 2DD track in double density (100,000 cells).
+constexpr int64_t k2DTrackBytes = 6250;
+// Bytes of the longest 2HD track (200,000 cells, at 300 rpm).
+constexpr int64_t k2HDTrackBytes = 12500;
+
+// The disks a file holds, counted along the disk-size chain from offset 0; a
+// size outside 512 to 0x1E0000 ends the chain.
+int CountD68Disks(const Filepath& path) {
+    Fileio f;
+    if (!f.Open(path, Fileio::ReadOnly)) return 0;
+    const int64_t fileSize = f.GetFileSize();
+    int64_t offset = 0;
+    int count = 0;
+    uint8_t hdr[kHdrSize];
+    while (offset + static_cast<int64_t>(kHdrSize) <= fileSize && count < 1000) {
+        if (!f.Seek(offset, 0) || !f.Read(hdr, static_cast<int>(kHdrSize))) break;
+        count++;
+        const uint32_t size = FieldReader(hdr, sizeof(hdr)).U32(kHdrDiskSize);
+        if (size - kMinDiskSize > kMaxDiskSize - kMinDiskSize) break;
+        offset += size;
+    }
+    return count;
+}
+
+// Why disk diskno cannot be found: how many disks the file holds, or which
+// header's disk size breaks the chain.
+std::string DiskChainReason(const Filepath& path, int diskno) {
+    Fileio f;
+    if (!f.Open(path, Fileio::ReadOnly)) return OpenFailText(path, f);
+    const int64_t fileSize = f.GetFileSize();
+    int64_t offset = 0;
+    uint8_t hdr[kHdrSize];
+    for (int i = 1; i < diskno; i++) {
+        if (!f.Seek(offset, 0) || !f.Read(hdr, static_cast<int>(kHdrSize))) break;
+        const uint32_t size = FieldReader(hdr, sizeof(hdr)).U32(kHdrDiskSize);
+        if (size - kMinDiskSize > kMaxDiskSize - kMinDiskSize)
+            return "disk " + std::to_string(i) + " at offset " + std::to_string(offset) +
+                   " gives a disk size of " + std::to_string(size) + " (512 to 1966080 are read)";
+        offset += size;
+        if (offset > fileSize) break;
+    }
+    return "the file holds " + std::to_string(CountD68Disks(path)) + " disk(s); there is no disk " +
+           std::to_string(diskno);
+}
+
 }  // namespace
 
 int VDisk::GetD68MediaOffset(const Filepath& path, int diskno) {
@@ -89,22 +139,41 @@ int VDisk::GetD68MediaOffset(const Filepath& path, int diskno) {
 }
 
 int VDisk::ImportD68(const Filepath& path, int diskno) {
+    auto refuse = [&](const std::string& why) { return RefuseImage(path, report, why); };
     const int base = GetD68MediaOffset(path, diskno);
-    if (base < 0) return 0;
+    if (base < 0) {
+        Fileio probe;
+        if (!probe.Open(path, Fileio::ReadOnly)) return refuse(OpenFailText(path, probe));
+        const int64_t size = probe.GetFileSize();
+        if (size < static_cast<int64_t>(kHdrSize))
+            return refuse(size == 0 ? std::string("empty file")
+                                    : "file ends early at offset " + std::to_string(size) +
+                                          " (a disk header is 688 bytes)");
+        return refuse(DiskChainReason(path, diskno));
+    }
 
     bool protect;
     Fileio f;
     int64_t fileSize;
     uint8_t hdrBuf[kHdrSize];
-    if (!OpenImage(path, &f, &fileSize, &protect, hdrBuf, static_cast<int>(kHdrSize), base))
+    if (!OpenImage(path, report, &f, &fileSize, &protect, hdrBuf, static_cast<int>(kHdrSize),
+                   base)) {
+        // Disk numbers beyond the last end at the file's end.
+        if (diskno > 1 && base >= fileSize) {
+            report.Clear();
+            return refuse(DiskChainReason(path, diskno));
+        }
         return 0;
+    }
     const FieldReader hdr(hdrBuf, sizeof(hdrBuf));
 
-    int newType = 0;
-    int newCylinders = 0;
     // A track table that starts right after the header has all 164 entries.
-    const int fullTable = hdr.U32(kHdrTrackTable) == kHdrSize ? kD68Cylinders : 80;
-    switch (hdr.U8(kHdrMedia)) {
+    const uint32_t firstOffset = hdr.U32(kHdrTrackTable);
+    const int fullTable = firstOffset == kHdrSize ? kD68Cylinders : 80;
+    const int media = hdr.U8(kHdrMedia);
+    int newType;
+    int newCylinders;
+    switch (media) {
         case kMedia2D:
             newType = VDISK_2D;
             newCylinders = k2DCylinders;
@@ -118,45 +187,68 @@ int VDisk::ImportD68(const Filepath& path, int diskno) {
             newCylinders = fullTable;
             break;
         default:
-            return 0;
+            return refuse("unknown media byte " + HexByte(media) +
+                          " (0x00, 0x10 and 0x20 are read)");
     }
 
     Clear();
-    type = newType;
-    cylinders = newCylinders;
     heads = 2;
     CopyDiskName(name, reinterpret_cast<const char*>(hdrBuf + kHdrName), 59);
     writeProtect = (protect || hdr.U8(kHdrProtect) != 0) ? 1 : 0;
 
-    // No file holds more sector bytes than it has after this disk's header, so
-    // track offsets pointing at the same data cannot multiply what is read.
-    const int64_t budget = fileSize - base;
-    int64_t consumed = 0;
+    // Entries that would lie inside the first track's data are not entries.
+    uint32_t tableEnd = kHdrSize;
+    for (int i = 0; i < kTrackEntries; i++) {
+        const uint32_t off = hdr.U32(kHdrTrackTable + 4 * static_cast<size_t>(i));
+        if (off != 0 && off < tableEnd) tableEnd = off;
+    }
+    const int entries =
+        std::clamp(static_cast<int>((tableEnd - kHdrTrackTable) / 4), 0, kTrackEntries);
+    // A 2D disk reads its first 42 cylinders only, unless its tracks say it is
+    // no 2D disk; then every cylinder the table can name is read.
+    const int readCylinders = newType == VDISK_2D ? kD68Cylinders : newCylinders;
     // Status bytes other than normal and deleted (CRC errors, missing marks)
     // are not carried into the sectors.
     int errors = 0, errC = 0, errH = 0, errR = 0;
 
     std::vector<uint8_t> data(kMaxSectorData);
-    for (int c = 0; c < cylinders; c++) {
+    int beyond2D = 0;  // tracks present past cylinder 41
+    int tooFull = -1;  // the longest track that no 2D track could hold
+    int64_t tooFullBytes = 0;
+    for (int c = 0; c < readCylinders; c++) {
         for (int h = 0; h < 2; h++) {
             VTrack* t = NewTrack(c, h);
-            const uint32_t trackOff = hdr.U32(kHdrTrackTable + 4 * static_cast<size_t>(2 * c + h));
+            const int entry = 2 * c + h;
+            if (entry >= entries) continue;
+            const uint32_t trackOff = hdr.U32(kHdrTrackTable + 4 * static_cast<size_t>(entry));
             if (trackOff == 0) continue;
+            if (c >= k2DCylinders) beyond2D++;
+            const std::string label = TrackLabel(c, h);
             const int64_t pos = static_cast<int64_t>(base) + trackOff;
-            if (pos >= fileSize || !f.Seek(pos, 0)) return 0;
+            if (pos >= fileSize || !f.Seek(pos, 0))
+                return refuse(label + ": offset " + std::to_string(pos) + " lies beyond the end (" +
+                              std::to_string(fileSize) + " bytes)");
 
             uint8_t secBuf[kSecHdrSize];
-            if (!f.Read(secBuf, static_cast<int>(kSecHdrSize))) return 0;
+            if (!ReadImage(path, report, f, secBuf, static_cast<int>(kSecHdrSize), fileSize, label))
+                return 0;
             const int count = FieldReader(secBuf, sizeof(secBuf)).U8(kSecCount);
-            if (count == 0) return 0;
+            if (count == 0)
+                return refuse(label + " at offset " + std::to_string(pos) +
+                              ": its first sector header says 0 sectors");
+            int64_t formatted = 0;
             for (int i = 0; i < count; i++) {
-                if (i > 0 && !f.Read(secBuf, static_cast<int>(kSecHdrSize))) return 0;
+                if (i > 0 && !ReadImage(path, report, f, secBuf, static_cast<int>(kSecHdrSize),
+                                        fileSize, label))
+                    return 0;
                 const FieldReader sec(secBuf, sizeof(secBuf));
                 const int length = sec.U16(kSecLength);
-                if (length > kMaxSectorData) return 0;
-                consumed += static_cast<int64_t>(kSecHdrSize) + length;
-                if (consumed > budget) return 0;
-                if (length > 0 && !f.Read(data.data(), length)) return 0;
+                if (length > kMaxSectorData)
+                    return refuse(label + ": sector " + std::to_string(i + 1) + " of " +
+                                  std::to_string(length) + " bytes (at most 16384 are read)");
+                if (length > 0 && !ReadImage(path, report, f, data.data(), length, fileSize, label))
+                    return 0;
+                formatted += length + kMinSectorOverhead;
 
                 const int mfm = sec.U8(kSecDensity) == kDensityFM ? 0 : 1;
                 const int status = sec.U8(kSecDeleted) != 0 ? SECT_DELETED : 0;
@@ -166,6 +258,10 @@ int VDisk::ImportD68(const Filepath& path, int diskno) {
                 if (st != 0x00 && st != kMarkDeleted && errors++ == 0)
                     errC = c, errH = h, errR = sec.U8(kSecR);
             }
+            if (formatted > k2DTrackBytes && formatted > tooFullBytes) {
+                tooFull = entry;
+                tooFullBytes = formatted;
+            }
         }
     }
     if (errors > 0)
@@ -173,6 +269,34 @@ int VDisk::ImportD68(const Filepath& path, int diskno) {
                     " marked with CRC errors or a missing mark in the file " +
                     (errors == 1 ? "loses" : "lose") + " that status on reading (first: track " +
                     TrackName(errC, errH) + ", R " + std::to_string(errR) + ")");
+
+    // A media byte of 2D over tracks that no 2D disk holds: read the disk by
+    // what it holds, as the smallest type whose tracks hold every track.
+    // A track too long even for 2HD settles nothing about the type.
+    if (tooFullBytes > k2HDTrackBytes) tooFull = -1;
+    if (newType == VDISK_2D && (beyond2D > 0 || tooFull >= 0)) {
+        newType = tooFull >= 0 ? VDISK_2HD : VDISK_2DD;
+        newCylinders = fullTable;
+        std::string why;
+        if (beyond2D > 0) why = std::to_string(beyond2D) + " track(s) lie beyond cylinder 41";
+        if (tooFull >= 0)
+            why += (why.empty() ? "" : " and ") + TrackLabel(tooFull / 2, tooFull % 2) + " needs " +
+                   std::to_string(tooFullBytes) + " bytes, more than the " +
+                   std::to_string(k2DTrackBytes) + " of a 2D track";
+        report.Warn(std::string(path.GetPath()) + ": media byte 0x00 (2D) overridden: " + why +
+                    "; read as " + (newType == VDISK_2HD ? "2HD" : "2DD") + " with " +
+                    std::to_string(newCylinders) + " cylinders");
+    }
+    type = newType;
+    cylinders = newCylinders;
+    for (int c = cylinders; c < kMaxCylinders; c++)
+        for (int h = 0; h < 2; h++) tracks[c][h].reset();
+
+    const int disks = CountD68Disks(path);
+    if (disks > 1)
+        report.Warn(std::string(path.GetPath()) + ": the file holds " + std::to_string(disks) +
+                    " disks; disk " + std::to_string(std::max(diskno, 1)) +
+                    " was read, the other " + std::to_string(disks - 1) + " were not");
     return 1;
 }
 

@@ -96,11 +96,16 @@ int VDisk::ImportDIM(const Filepath& path) {
     Fileio f;
     int64_t fileSize;
     uint8_t hdrBuf[kHdrSize];
-    if (!OpenImage(path, &f, &fileSize, &protect, hdrBuf, static_cast<int>(kHdrSize))) return 0;
+    if (!OpenImage(path, report, &f, &fileSize, &protect, hdrBuf, static_cast<int>(kHdrSize)))
+        return 0;
     const FieldReader hdr(hdrBuf, sizeof(hdrBuf));
-    if (!hdr.Equals(kHdrId, kHeaderId, sizeof(kHeaderId))) return 0;
+    if (!hdr.Equals(kHdrId, kHeaderId, sizeof(kHeaderId)))
+        return RefuseImage(path, report, "no DIM header text \"DIFC HEADER  \" at offset 0xAB");
     const DimMedia* m = FindMedia(hdr.U8(kHdrMedia));
-    if (!m) return 0;
+    if (!m)
+        return RefuseImage(
+            path, report,
+            "media byte " + std::to_string(hdr.U8(kHdrMedia)) + " is none of 0, 1, 2, 3, 9, 17");
 
     Clear();
     type = VDISK_2HD;
@@ -124,7 +129,9 @@ int VDisk::ImportDIM(const Filepath& path) {
             size_t total = 0;
             for (int i = 0; i < m->sectors; i++) total += 128u << SectorId(*m, c, h, i).n;
             buf.resize(total);
-            if (!f.Read(buf.data(), static_cast<int>(total))) return 0;
+            if (!ReadImage(path, report, f, buf.data(), static_cast<int>(total), fileSize,
+                           TrackLabel(c, h)))
+                return 0;
             size_t at = 0;
             for (int i = 0; i < m->sectors; i++) {
                 const DimId id = SectorId(*m, c, h, i);
@@ -135,6 +142,12 @@ int VDisk::ImportDIM(const Filepath& path) {
             }
         }
     }
+    // The flag table names one cylinder more than the disk can hold.
+    int beyond = 0;
+    for (size_t i = 2 * kDimCylinders; i < kHdrFlagCount; i++) beyond += hdr.U8(kHdrFlags + i) != 0;
+    if (beyond > 0)
+        report.Warn(std::string(path.GetPath()) + ": " + std::to_string(beyond) +
+                    " track(s) of cylinder 84 flagged present were not read (cylinders 0-83 are)");
     return 1;
 }
 

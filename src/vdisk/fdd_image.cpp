@@ -72,6 +72,25 @@ bool Uniform(const uint8_t* p, int len) {
     return len <= 1 || std::memcmp(p, p + 1, static_cast<size_t>(len) - 1) == 0;
 }
 
+// Tracks after the first unused one that still hold entries lie beyond the
+// geometry the table gives, so they are not read; say how many.
+void WarnTracksNotRead(const Filepath& path, Report& report, const FieldReader& r,
+                       int firstUnused) {
+    if (firstUnused < 0) return;
+    int count = 0;
+    int first = -1;
+    for (int t = firstUnused + 1; t < kFddTracks; t++) {
+        if (r.U8(FddEntry(t, 0) + kFddEntC) == kFddUnused) continue;
+        if (first < 0) first = t;
+        count++;
+    }
+    if (count == 0) return;
+    report.Warn(std::string(path.GetPath()) + ": " + std::to_string(count) +
+                " track(s) after the unused track " + std::to_string(firstUnused / 2) + "." +
+                std::to_string(firstUnused % 2) +
+                " were not read (first: " + TrackLabel(first / 2, first % 2) + ")");
+}
+
 }  // namespace
 
 int VDisk::ImportFDD(const Filepath& path) {
@@ -80,10 +99,14 @@ int VDisk::ImportFDD(const Filepath& path) {
     Fileio f;
     int64_t fileSize;
     std::vector<uint8_t> hdr(kFddHeaderSize);
-    if (!OpenImage(path, &f, &fileSize, &protectedFile, hdr.data(), static_cast<int>(hdr.size())))
+    if (!OpenImage(path, report, &f, &fileSize, &protectedFile, hdr.data(),
+                   static_cast<int>(hdr.size())))
         return 0;
     FieldReader r(hdr.data(), hdr.size());
-    if (!r.Equals(kFddSignature, kFddSignatureText, kFddSignatureCheck)) return 0;
+    if (!r.Equals(kFddSignature, kFddSignatureText, kFddSignatureCheck))
+        return RefuseImage(
+            path, report,
+            "no signature \"" + std::string(kFddSignatureText, kFddSignatureCheck) + "\"");
 
     // Geometry: the first track without sectors ends the disk.
     int firstUnused = -1;
@@ -127,8 +150,14 @@ int VDisk::ImportFDD(const Filepath& path) {
             if (offset == kFddNoData) {
                 std::memset(buf.data(), r.U8(e + kFddEntFill), buf.size());
             } else {
-                if (static_cast<int64_t>(offset) + length > fileSize) return 0;
-                if (!f.Seek(offset, 0) || !f.Read(buf.data(), length)) return 0;
+                if (static_cast<int64_t>(offset) + length > fileSize || !f.Seek(offset, 0))
+                    return RefuseImage(path, report,
+                                       TrackLabel(c, h) + ": " + std::to_string(length) +
+                                           " bytes of sector data at offset " +
+                                           std::to_string(offset) + " run past the end (" +
+                                           std::to_string(fileSize) + " bytes)");
+                if (!ReadImage(path, report, f, buf.data(), length, fileSize, TrackLabel(c, h)))
+                    return 0;
             }
             const int mfm = r.U8(e + kFddEntDensity) != 0 ? 1 : 0;
             trk->AddSector(MakeFormattedSector(mfm, r.U8(e + kFddEntC), r.U8(e + kFddEntH),
@@ -136,6 +165,7 @@ int VDisk::ImportFDD(const Filepath& path) {
                                                r.U8(e + kFddEntDeleted) ? SECT_DELETED : 0));
         }
     }
+    WarnTracksNotRead(path, report, r, firstUnused);
     return 1;
 }
 

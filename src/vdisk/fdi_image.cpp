@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "fileio/atomicfile.h"
+#include "fileio/failtext.h"
 #include "fileio/fieldio.h"
 #include "fileio/fileerror.h"
 #include "fileio/fileio.h"
@@ -79,7 +80,7 @@ int VDisk::ImportFDI(const Filepath& path) {
     Fileio f;
     int64_t fileSize;
     uint8_t hdr[kFdiFieldsEnd];
-    if (!OpenImage(path, &f, &fileSize, &protectedFile, hdr, static_cast<int>(sizeof(hdr))))
+    if (!OpenImage(path, report, &f, &fileSize, &protectedFile, hdr, static_cast<int>(sizeof(hdr))))
         return 0;
     const FieldReader r(hdr, sizeof(hdr));
     const uint32_t headerSize = r.U32(kFdiHeaderSize);
@@ -88,19 +89,30 @@ int VDisk::ImportFDI(const Filepath& path) {
     const uint32_t headCount = r.U32(kFdiHeads);
     const uint32_t cyls = r.U32(kFdiCylinders);
 
-    if ((length & (length - 1)) != 0 || (length & kFdiLengthBits) == 0) return 0;
-    if (sectors < 1 || sectors > kFdiMaxSectors) return 0;
-    if (headCount != 2) return 0;
-    if (cyls < 1 || cyls > kFdiMaxCylinders) return 0;
+    auto refuse = [&](const std::string& why) { return RefuseImage(path, report, why); };
+    if ((length & (length - 1)) != 0 || (length & kFdiLengthBits) == 0)
+        return refuse("sector length " + std::to_string(length) +
+                      " is not a power of two from 128 to 16384");
+    if (sectors < 1 || sectors > kFdiMaxSectors)
+        return refuse(std::to_string(sectors) + " sectors per track (1 to 255 are read)");
+    if (headCount != 2) return refuse(std::to_string(headCount) + " heads (2 are read)");
+    if (cyls < 1 || cyls > kFdiMaxCylinders)
+        return refuse(std::to_string(cyls) + " cylinders (1 to 127 are read)");
     // The track table holds fewer cylinders than the format allows.
-    if (cyls > static_cast<uint32_t>(kMaxCylinders)) return 0;
+    if (cyls > static_cast<uint32_t>(kMaxCylinders))
+        return refuse(std::to_string(cyls) + " cylinders: more than 84");
     // At most 16,384 x 255 x 127 x 2 + 2^32: well inside 64 bits.
     const uint64_t trackBytes = static_cast<uint64_t>(length) * sectors;
     const uint64_t expected = static_cast<uint64_t>(headerSize) + trackBytes * cyls * 2;
-    if (static_cast<uint64_t>(fileSize) != expected) return 0;
+    if (static_cast<uint64_t>(fileSize) != expected)
+        return refuse(std::to_string(fileSize) + " bytes, but the header gives " +
+                      std::to_string(expected) + " (" + std::to_string(headerSize) + " header + " +
+                      std::to_string(cyls) + " x 2 x " + std::to_string(sectors) + " x " +
+                      std::to_string(length) + ")");
 
     const int mediaType = FdiTypeFromMedia(r.U32(kFdiMedia));
-    if (mediaType == 0) return 0;
+    if (mediaType == 0)
+        return refuse("unknown media code " + HexByte(static_cast<int>(r.U32(kFdiMedia) & 0xFF)));
     int n = 0;
     while ((128u << n) < length) n++;
 
@@ -109,13 +121,15 @@ int VDisk::ImportFDI(const Filepath& path) {
     WarnNameCut(std::string(path.fname) + path.ext, 59, "", &report);
     writeProtect = protectedFile ? 1 : 0;
 
-    if (!f.Seek(headerSize, 0)) return 0;
+    if (!f.Seek(headerSize, 0)) return refuse(ReadFailText(f, headerSize, 0, fileSize));
     // One track at a time; its size is bounded by the verified file size.
     std::vector<uint8_t> buf(static_cast<size_t>(trackBytes));
     for (int c = 0; c < cylinders; c++) {
         for (int h = 0; h < 2; h++) {
             VTrack* t = NewTrack(c, h);
-            if (!f.Read(buf.data(), static_cast<int>(buf.size()))) return 0;
+            if (!ReadImage(path, report, f, buf.data(), static_cast<int>(buf.size()), fileSize,
+                           TrackLabel(c, h)))
+                return 0;
             for (uint32_t i = 0; i < sectors; i++) {
                 t->AddSector(MakeFormattedSector(1, c, h, static_cast<int>(i + 1), n,
                                                  buf.data() + static_cast<size_t>(i) * length,

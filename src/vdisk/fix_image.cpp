@@ -43,7 +43,7 @@ int VDisk::ImportFIX(const Filepath& path) {
     bool protect;
     Fileio f;
     int64_t size;
-    if (!OpenImage(path, &f, &size, &protect)) return 0;
+    if (!OpenImage(path, report, &f, &size, &protect)) return 0;
 
     const FixFormatEntry* row = nullptr;
     for (const FixFormatEntry& e : FixFormat) {
@@ -69,7 +69,9 @@ int VDisk::ImportFIX(const Filepath& path) {
         for (int h = 0; h < kFixHeads; h++) {
             VTrack* t = NewTrack(c, h);
             // The whole track at once: a short read fails the import either way.
-            if (!f.Read(buf.data(), static_cast<int>(buf.size()))) return 0;
+            if (!ReadImage(path, report, f, buf.data(), static_cast<int>(buf.size()), size,
+                           TrackLabel(c, h)))
+                return 0;
             for (int r = 1; r <= row->sectors; r++) {
                 const uint8_t* src = buf.data() + static_cast<size_t>(r - 1) * secLen;
                 t->AddSector(MakeSector(1, c, h, r, row->n, src, secLen, kFixGap2, row->gap3, 0));

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <limits>
 
+#include "fileio/failtext.h"
 #include "fileio/fileio.h"
 
 bool ProbeWriteProtect(const Filepath& path) {
@@ -16,13 +17,46 @@ bool ProbeWriteProtect(const Filepath& path) {
     return !writable;
 }
 
-bool OpenImage(const Filepath& path, Fileio* file, int64_t* fileSize, bool* writeProtect,
-               uint8_t* header, int headerSize, int64_t offset) {
+bool OpenImage(const Filepath& path, Report& report, Fileio* file, int64_t* fileSize,
+               bool* writeProtect, uint8_t* header, int headerSize, int64_t offset) {
     *writeProtect = ProbeWriteProtect(path);
-    if (!file->Open(path, Fileio::ReadOnly)) return false;
+    if (!file->Open(path, Fileio::ReadOnly))
+        return report.Fail(FileReason(path, OpenFailText(path, *file)));
     *fileSize = file->GetFileSize();
-    if (*fileSize - offset < headerSize) return false;
-    return file->Seek(offset, 0) && file->Read(header, headerSize);
+    if (Fileio::IsExist(path.GetPath()) == 0)
+        return report.Fail(FileReason(path, "is a directory"));
+    if (*fileSize == 0 && headerSize > 0) return report.Fail(FileReason(path, "empty file"));
+    if (*fileSize - offset < headerSize) {
+        file->lastError = 0;
+        return report.Fail(
+            FileReason(path, "header: " + ReadFailText(*file, offset, headerSize, *fileSize)));
+    }
+    if (!file->Seek(offset, 0))
+        return report.Fail(
+            FileReason(path, "header: " + ReadFailText(*file, offset, headerSize, *fileSize)));
+    return ReadImage(path, report, *file, header, headerSize, *fileSize, "header");
+}
+
+bool ReadImage(const Filepath& path, Report& report, Fileio& file, void* buffer, int size,
+               int64_t fileSize, const std::string& what) {
+    const int64_t at = file.GetFilePos();
+    if (file.Read(buffer, size)) return true;
+    if (fileSize == 0 && file.lastError == 0) return report.Fail(FileReason(path, "empty file"));
+    return report.Fail(FileReason(path, what + ": " + ReadFailText(file, at, size, fileSize)));
+}
+
+int RefuseImage(const Filepath& path, Report& report, const std::string& why) {
+    report.Fail(FileReason(path, why));
+    return 0;
+}
+
+std::string HexByte(int v) {
+    static constexpr char kDigits[] = "0123456789ABCDEF";
+    return std::string("0x") + kDigits[(v >> 4) & 15] + kDigits[v & 15];
+}
+
+std::string TrackLabel(int c, int h) {
+    return "track " + std::to_string(c) + "." + std::to_string(h);
 }
 
 void CopyDiskName(char* name, const char* src, int srcLen) {

@@ -2,10 +2,12 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "fileio/fileio.h"
 #include "fileio/filepath.h"
+#include "fileio/report.h"
 #include "track/vtrack.h"
 
 // True when the file cannot be opened for update (no owner-write bit, or the
@@ -14,10 +16,25 @@ bool ProbeWriteProtect(const Filepath& path);
 
 // The first steps of a reader: probes write protection into *writeProtect, opens
 // the file for reading into *file with its size in *fileSize, and reads
-// headerSize bytes at offset into header. False when the file cannot be opened,
-// ends before the header does, or the read fails.
-bool OpenImage(const Filepath& path, Fileio* file, int64_t* fileSize, bool* writeProtect,
-               uint8_t* header = nullptr, int headerSize = 0, int64_t offset = 0);
+// headerSize bytes at offset into header. False, with the reason in report, when
+// the file cannot be opened, ends before the header does, or the read fails.
+bool OpenImage(const Filepath& path, Report& report, Fileio* file, int64_t* fileSize,
+               bool* writeProtect, uint8_t* header = nullptr, int headerSize = 0,
+               int64_t offset = 0);
+
+// Reads size bytes at the file's position; on failure puts the reason in report,
+// naming what was being read ("track 3.1", ...). False on failure.
+bool ReadImage(const Filepath& path, Report& report, Fileio& file, void* buffer, int size,
+               int64_t fileSize, const std::string& what);
+
+// Puts "<path>: <why>" in report as the reason of a refused file; returns 0.
+int RefuseImage(const Filepath& path, Report& report, const std::string& why);
+
+// "0x2A": a byte as reasons quote it.
+std::string HexByte(int v);
+
+// "track <c>.<h>", as reasons and warnings name a track.
+std::string TrackLabel(int c, int h);
 
 // Copies at most 59 characters of src (stopping at its NUL or after srcLen
 // bytes) into name[60] and terminates it.

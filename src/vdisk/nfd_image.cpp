@@ -68,6 +68,25 @@ bool NfdEntryUnused(const FieldReader& r, size_t e) {
            r.U8(e + kNfdEntR) == kNfdUnused && r.U8(e + kNfdEntN) == kNfdUnused;
 }
 
+// Tracks after the first unused one that still hold entries lie beyond the
+// geometry the table gives, so they are not read; say how many.
+void WarnTracksNotRead(const Filepath& path, Report& report, const FieldReader& r,
+                       int firstUnused) {
+    if (firstUnused < 0) return;
+    int count = 0;
+    int first = -1;
+    for (int t = firstUnused + 1; t < kNfdTracks; t++) {
+        if (r.U8(NfdEntry(t, 0) + kNfdEntC) == kNfdUnused) continue;
+        if (first < 0) first = t;
+        count++;
+    }
+    if (count == 0) return;
+    report.Warn(std::string(path.GetPath()) + ": " + std::to_string(count) +
+                " track(s) after the unused track " + std::to_string(firstUnused / 2) + "." +
+                std::to_string(firstUnused % 2) +
+                " were not read (first: " + TrackLabel(first / 2, first % 2) + ")");
+}
+
 }  // namespace
 
 int VDisk::ImportNFD(const Filepath& path) {
@@ -76,11 +95,17 @@ int VDisk::ImportNFD(const Filepath& path) {
     Fileio f;
     int64_t fileSize;
     std::vector<uint8_t> hdr(kNfdHeaderSize);
-    if (!OpenImage(path, &f, &fileSize, &protectedFile, hdr.data(), static_cast<int>(hdr.size())))
+    if (!OpenImage(path, report, &f, &fileSize, &protectedFile, hdr.data(),
+                   static_cast<int>(hdr.size())))
         return 0;
     FieldReader r(hdr.data(), hdr.size());
-    if (!r.Equals(kNfdSignature, kNfdSignatureText, kNfdSignatureCheck)) return 0;
-    if (r.U8(kNfdHeads) != 2) return 0;
+    if (!r.Equals(kNfdSignature, kNfdSignatureText, kNfdSignatureCheck))
+        return RefuseImage(
+            path, report,
+            "no signature \"" + std::string(kNfdSignatureText, kNfdSignatureCheck) + "\"");
+    if (r.U8(kNfdHeads) != 2)
+        return RefuseImage(path, report,
+                           "heads byte " + std::to_string(r.U8(kNfdHeads)) + " (2 are read)");
 
     int firstUnused = -1;
     for (int t = 0; t < kNfdTracks; t++) {
@@ -100,7 +125,8 @@ int VDisk::ImportNFD(const Filepath& path) {
             mediaType = (firstUnused < 0 || firstUnused > 84) ? VDISK_2DD : VDISK_2D;
             break;
         default:
-            return 0;
+            return RefuseImage(
+                path, report, "unknown media code " + HexByte(r.U8(NfdEntry(0, 0) + kNfdEntMedia)));
     }
 
     Init(mediaType, cyls, 2);
@@ -122,15 +148,16 @@ int VDisk::ImportNFD(const Filepath& path) {
             if (NfdEntryUnused(r, e)) break;
             const int n = r.U8(e + kNfdEntN);
             const int length = 128 << std::min(n, 7);
-            if (f.GetFilePos() + length > fileSize) return 0;
             buf.resize(static_cast<size_t>(length));
-            if (!f.Read(buf.data(), length)) return 0;
+            if (!ReadImage(path, report, f, buf.data(), length, fileSize, TrackLabel(t / 2, t % 2)))
+                return 0;
             const int mfm = r.U8(e + kNfdEntDensity) != 0 ? 1 : 0;
             trk->AddSector(MakeFormattedSector(mfm, r.U8(e + kNfdEntC), r.U8(e + kNfdEntH),
                                                r.U8(e + kNfdEntR), n, buf.data(), length,
                                                r.U8(e + kNfdEntDeleted) ? SECT_DELETED : 0));
         }
     }
+    WarnTracksNotRead(path, report, r, firstUnused);
     return 1;
 }
 

@@ -13,8 +13,25 @@
 #include "vdisk/vdisk.h"
 
 #include <cstring>
+#include <string>
+
+#include "fileio/fileio.h"
 
 namespace {
+
+// A plain image is known by its size: say what this one is and which are.
+std::string PlainSizeReason(const Filepath& path) {
+    Fileio f;
+    const int64_t size = f.Open(path, Fileio::ReadOnly) ? f.GetFileSize() : 0;
+    std::string sizes;
+    for (const FixFormatEntry& e : VDisk::FixFormat) {
+        if (e.size < 0) break;
+        if (e.size == 0) continue;
+        sizes += (sizes.empty() ? "" : ", ") + std::to_string(e.size);
+    }
+    return "not a plain image size (" + std::to_string(size) +
+           " bytes; the sizes that are: " + sizes + ")";
+}
 
 bool InTable(int c, int h) {
     return c >= 0 && c < VDisk::kMaxCylinders && h >= 0 && h < VDisk::kMaxHeads;
@@ -63,17 +80,37 @@ void VDisk::Clear() {
 }
 
 int VDisk::Import(const Filepath& path, int diskno) {
+    report.Clear();
     // A plain image is known by its size alone, whatever its extension.
     int r = ImportFIX(path);
     if (r != 0) return r;
+    // Why the plain reader failed (a file it could not open or that ended
+    // early) stands only when no reader of the extension takes the file.
+    std::string plainWhy = std::move(report.error);
+    report.Clear();
 
     if (path.HasExt(".D68") || path.HasExt(".D88") || path.HasExt(".D77") || path.HasExt(".D98"))
-        return ImportD68(path, diskno);
-    if (path.HasExt(".DIM")) return ImportDIM(path);
-    if (path.HasExt(".FDI")) return ImportFDI(path);
-    if (path.HasExt(".FDD")) return ImportFDD(path);
-    if (path.HasExt(".NFD")) return ImportNFD(path);
-    return 0;
+        r = ImportD68(path, diskno);
+    else if (path.HasExt(".DIM"))
+        r = ImportDIM(path);
+    else if (path.HasExt(".FDI"))
+        r = ImportFDI(path);
+    else if (path.HasExt(".FDD"))
+        r = ImportFDD(path);
+    else if (path.HasExt(".NFD"))
+        r = ImportNFD(path);
+    else if (!plainWhy.empty())
+        report.Fail(std::move(plainWhy));
+    else if (FixRow(path) >= 0)
+        report.Fail(std::string(path.GetPath()) + ": " + PlainSizeReason(path));
+    else
+        report.Fail(std::string(path.GetPath()) + ": " +
+                    (path.GetExt()[0] ? "unknown extension \"" + std::string(path.GetExt()) + "\""
+                                      : std::string("no extension")) +
+                    "; known: .ZEB .HFE " + ExportExtensions());
+    if (r == 0 && report.error.empty())
+        report.Fail(plainWhy.empty() ? std::string(path.GetPath()) + ": not read" : plainWhy);
+    return r;
 }
 
 namespace {

@@ -59,7 +59,8 @@ void WarnLeftOut(const VDisk& vdisk, int cylinders, int heads, Report* report) {
 
 bool ZEBDisk::Import(const Filepath& path, int diskno) {
     Cleanup();
-    if (path.IsClear()) return false;
+    report.Clear();
+    if (path.IsClear()) return report.Fail("no source file given");
 
     if (path.HasExt(".HFE") || path.HasExt(".SCP") || path.HasExt(".RAW")) {
         const bool ok = path.HasExt(".HFE")   ? ImportHFE(path)
@@ -97,7 +98,8 @@ bool ZEBDisk::Import(const Filepath& path, int diskno) {
     }
     if (!ok) {
         Cleanup();
-        return false;
+        return report.Fail(std::string(path.GetPath()) + ": media type " +
+                           std::to_string(vdisk.type) + " has no track-level disk");
     }
 
     FieldWriter hdr(header, sizeof header);

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "fileio/atomicfile.h"
+#include "fileio/failtext.h"
 #include "fileio/fieldio.h"
 #include "fileio/fileerror.h"
 #include "fileio/fileio.h"
@@ -16,10 +17,19 @@ namespace {
 
 constexpr int kRecordHeader = zebrec::kData;
 
-// Largest track block a ZEB file may claim. A real raw track needs about
-// 200,000 bytes; twice that and more still leaves room, while the blank
+// Longest nominal track a ZEB file may claim. A real raw track needs about
+// 1,600,000 bits; twice that and more still leaves room, while the blank
 // tracks of a normalised disk stay within a small board's memory.
-constexpr int64_t kMaxBlockSize = 512 * 1024;
+constexpr int64_t kMaxNominalBits = int64_t{512} * 1024 * 8;
+
+// The smallest multiple of 512 holding the record header, bits and a spare byte.
+int64_t BlockFor(int64_t bits) {
+    return ((bits + 7) / 8 + 528) / 512 * 512;
+}
+
+std::string TrackName(int c, int h) {
+    return "track " + std::to_string(c) + "." + std::to_string(h);
+}
 
 struct TypeGeometry {
     int type, cylinders, heads, rate, rpm, encodedSize, rawSize;
@@ -160,8 +170,7 @@ bool ZEBDisk::Save(const Filepath& path, int full) {
         for (int c = 0; c < cyls; c++)
             for (int h = 0; h < heads; h++)
                 longest = std::max<int64_t>(longest, RecordInt(c * 2 + h, zebrec::kBitLength));
-        // Smallest multiple of 512 holding the record header, the data and a spare byte.
-        block = ((longest + 7) / 8 + 528) / 512 * 512;
+        block = BlockFor(longest);
         if (block > INT32_MAX)
             return report.Fail(std::string(path.GetPath()) + ": a track of " +
                                std::to_string(longest) + " bits is too long for a ZEB image");
@@ -215,64 +224,91 @@ bool ZEBDisk::Save(const Filepath& path, int full) {
 
 bool ZEBDisk::Load(const Filepath& path, int align) {
     Cleanup();
-    if (path.IsClear() || !path.HasExt(".ZEB")) return false;
+    report.Clear();
+    if (path.IsClear()) return report.Fail("no source file given");
+    if (!path.HasExt(".ZEB")) return report.Fail(FileReason(path, "not a ZEB file"));
 
+    if (Fileio::IsExist(path.GetPath()) == 0)
+        return report.Fail(FileReason(path, "is a directory"));
     Fileio f;
     readOnly = f.Open(path, Fileio::ReadWrite) ? 0 : 1;
     f.Close();
-    if (!f.Open(path, Fileio::ReadOnly) || !f.Read(header, zebhdr::kSize)) {
+    if (!f.Open(path, Fileio::ReadOnly))
+        return report.Fail(FileReason(path, OpenFailText(path, f)));
+    const int64_t fileSize = f.GetFileSize();
+    if (!f.Read(header, zebhdr::kSize)) {
+        const std::string why = ReadFailText(f, 0, zebhdr::kSize, fileSize);
         Cleanup();
-        return false;
+        return report.Fail(FileReason(path, "header: " + why));
     }
+    auto refuse = [&](const std::string& why) {
+        Cleanup();
+        return report.Fail(FileReason(path, why));
+    };
 
     // Everything the header claims is checked before any track is allocated,
     // so memory stays proportional to the file.
     const int version = header[zebhdr::kVersion];
-    const int64_t cyls = Cylinders();
-    const int64_t heads = Heads();
+    // A negative count reads no tracks; the geometry is normalised below.
+    const int64_t cyls = std::max(Cylinders(), 0);
+    const int64_t heads = std::max(Heads(), 0);
     const int64_t block = BlockSize();
     int64_t rate = Rate();
     const int64_t rpm = Rpm();
+    if (version < 1 || version > 3)
+        return refuse("version " + std::to_string(version) + " (versions 1, 2 and 3 are read)");
+    if (cyls > kMaxCylinders || heads > kMaxHeads)
+        return refuse(std::to_string(cyls) + " cylinders x " + std::to_string(heads) +
+                      " heads: more tracks than 84 x 2");
     if (version != 3) rate *= 2;  // older files kept the data rate
     const int64_t nominal = NominalBits(rate, rpm);
+    if (rate > INT32_MAX || nominal <= 0 || nominal > kMaxNominalBits)
+        return refuse("rate " + std::to_string(rate) + " kbit/s at " + std::to_string(rpm) +
+                      " rpm gives no track length that can be held");
+    const int64_t tracks = cyls * heads;
+    if (tracks > 0 && block < kRecordHeader)
+        return refuse("track block of " + std::to_string(block) +
+                      " bytes cannot hold a track record");
+    if (tracks > 0 && tracks * block > fileSize - zebhdr::kSize)
+        return refuse("file ends early at offset " + std::to_string(fileSize) + " (" +
+                      std::to_string(tracks) + " tracks of " + std::to_string(block) +
+                      " bytes end at offset " + std::to_string(zebhdr::kSize + tracks * block) +
+                      ")");
     const int64_t dataBytes = block - kRecordHeader;
     const int64_t v1Bits = int64_t{HeaderInt(zebhdr::kTrackLenV1)} * 8;
-    const int64_t fileSize = f.GetFileSize();
-    const bool fits = version >= 1 && version <= 3 && cyls >= 0 && cyls <= kMaxCylinders &&
-                      heads >= 0 && heads <= kMaxHeads && dataBytes > 0 && block <= kMaxBlockSize &&
-                      rate <= INT32_MAX && nominal > 0 && nominal <= dataBytes * 8 &&
-                      cyls * heads * block <= fileSize - zebhdr::kSize &&
-                      (version != 1 || (v1Bits > 0 && v1Bits <= dataBytes * 8));
-    if (!fits) {
-        Cleanup();
-        return false;
-    }
 
     for (int c = 0; c < cyls; c++) {
         for (int h = 0; h < heads; h++) {
             const int slot = c * 2 + h;
             std::vector<uint8_t>& rec = track[slot];
+            const int64_t at = f.GetFilePos();
             bool ok;
             if (version == 1) {
                 // Data first, then 16 bytes that are not used.
-                NewRecord(slot, static_cast<int>(block), c, h, static_cast<int>(v1Bits));
+                NewRecord(slot, static_cast<int>(block), c, h, 0);
+                SetRecordInt(slot, zebrec::kBitLength, HeaderInt(zebhdr::kTrackLenV1));
                 ok = f.Read(rec.data() + kRecordHeader, static_cast<int>(dataBytes)) &&
                      f.Seek(kRecordHeader, 1);
             } else {
                 rec = std::vector<uint8_t>(static_cast<size_t>(block));
                 ok = f.Read(rec.data(), static_cast<int>(block));
             }
-            int64_t len = RecordInt(slot, zebrec::kBitLength);
+            if (!ok) return refuse(TrackName(c, h) + ": " + ReadFailText(f, at, block, fileSize));
+            int64_t len = version == 1 ? v1Bits : RecordInt(slot, zebrec::kBitLength);
             int64_t index = RecordInt(slot, zebrec::kIndexOffset);
             if (version == 2) {
                 len *= 8;
                 index *= 8;
             }
-            if (!ok || len <= 0 || len > dataBytes * 8 || index < 0 ||
-                (index > 0 && index >= len)) {
-                Cleanup();
-                return false;
-            }
+            // A track of no bits is an unformatted track; a record shorter than
+            // the nominal track is a track written short. Both load.
+            if (len < 0 || len > dataBytes * 8)
+                return refuse(TrackName(c, h) + ": bit length " + std::to_string(len) +
+                              " does not fit its " + std::to_string(dataBytes) + " data bytes");
+            if (index < 0)
+                return refuse(TrackName(c, h) + ": negative index offset " + std::to_string(index));
+            // The index lies on a circle of len bits.
+            if (len > 0) index %= len;
             if (index > 0) RotateBits(rec.data() + kRecordHeader, len, index);
             SetRecordInt(slot, zebrec::kIndexOffset, 0);
             SetRecordInt(slot, zebrec::kBitLength, static_cast<int32_t>(len));
@@ -287,30 +323,24 @@ bool ZEBDisk::Load(const Filepath& path, int align) {
     }
 
     if (align && Type() == ZEB_RAW) {
-        // Each track is aligned in its own record; a failure is judged after all.
-        std::vector<uint8_t> failed(static_cast<size_t>(cyls * heads), 0);
+        // Each track is aligned in its own record; a track of no bits has nothing to move.
         trackpool::ForEach(static_cast<int>(cyls * heads), workers, [&](int i) {
             const int slot = static_cast<int>(i / heads * 2 + i % heads);
-            const int len =
-                AlignRaw(track[slot].data() + kRecordHeader, RecordInt(slot, zebrec::kBitLength));
-            if (len <= 0 || len > dataBytes * 8)
-                failed[static_cast<size_t>(i)] = 1;
-            else
-                SetRecordInt(slot, zebrec::kBitLength, len);
+            const int len = RecordInt(slot, zebrec::kBitLength);
+            if (len > 0) AlignRaw(track[slot].data() + kRecordHeader, len);
         });
-        if (std::find(failed.begin(), failed.end(), 1) != failed.end()) {
-            Cleanup();
-            return false;
-        }
     }
 
+    // Empty slots get a blank track of the nominal length, in a record sized as
+    // a save would size it: the file's own blocks may be smaller.
     const int normCyls = cyls > 42 ? kMaxCylinders : 42;
     SetHeaderInt(zebhdr::kCylinders, normCyls);
     SetHeaderInt(zebhdr::kHeads, kMaxHeads);
+    const int blankSize = static_cast<int>(BlockFor(nominal));
     for (int c = 0; c < normCyls; c++)
         for (int h = 0; h < kMaxHeads; h++)
             if (track[c * 2 + h].empty())
-                NewRecord(c * 2 + h, static_cast<int>(block), c, h, static_cast<int>(nominal));
+                NewRecord(c * 2 + h, blankSize, c, h, static_cast<int>(nominal));
 
     initialized = 1;
     return true;

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "fileio/atomicfile.h"
+#include "fileio/failtext.h"
 #include "fileio/fieldio.h"
 #include "fileio/fileerror.h"
 #include "fileio/fileio.h"
@@ -186,28 +187,37 @@ bool ZEBDisk::ImportHFE(const Filepath& path) {
         fio.Close();
         ro = 0;
     }
-    if (!fio.Open(path, Fileio::ReadOnly)) return false;
+    auto refuse = [&](const std::string& why) {
+        Cleanup();
+        return report.Fail(FileReason(path, why));
+    };
+    if (Fileio::IsExist(path.GetPath()) == 0) return refuse("is a directory");
+    if (!fio.Open(path, Fileio::ReadOnly)) return refuse(OpenFailText(path, fio));
     const int64_t fileSize = fio.GetFileSize();
 
     uint8_t hbuf[hfehdr::kReadSize];
-    if (fileSize < static_cast<int64_t>(sizeof hbuf) || !fio.Read(hbuf, sizeof hbuf)) return false;
+    if (!fio.Read(hbuf, sizeof hbuf))
+        return refuse("header: " + ReadFailText(fio, 0, sizeof hbuf, fileSize));
     FieldReader hdr(hbuf, sizeof hbuf);
-    if (!hdr.Equals(hfehdr::kSignature, kHfeSignature, hfehdr::kSignatureLen)) return false;
+    if (!hdr.Equals(hfehdr::kSignature, kHfeSignature, hfehdr::kSignatureLen))
+        return refuse("no HFE signature \"HXCPICFE\"");
     const int tracks = hdr.U8(hfehdr::kTracks);
     const int bitRate = hdr.U16(hfehdr::kBitRate);
     const int64_t listOffset = static_cast<int64_t>(hdr.U16(hfehdr::kTrackListOffset)) * kBlockSize;
-    // A list at block 0 would be the header itself.
-    if (tracks < 1 || tracks > kMaxTracks || listOffset == 0) return false;
+    // The rpm estimate divides by the first track's length.
+    if (tracks < 1) return refuse("no tracks in the track list");
+    if (tracks > kMaxTracks)
+        return refuse(std::to_string(tracks) + " tracks: more cylinders than 84");
 
     const size_t listBytes = static_cast<size_t>(tracks) * hfetrk::kEntrySize;
-    if (listOffset + static_cast<int64_t>(listBytes) > fileSize) return false;
     std::vector<uint8_t> lbuf(listBytes);
     if (!fio.Seek(listOffset, 0) || !fio.Read(lbuf.data(), static_cast<int>(listBytes)))
-        return false;
+        return refuse("track list: " +
+                      ReadFailText(fio, listOffset, static_cast<int64_t>(listBytes), fileSize));
     FieldReader list(lbuf.data(), lbuf.size());
 
-    // Every entry must name a non-empty track lying wholly inside the file, in
-    // whole 512-byte blocks, before anything is allocated for it.
+    // Every track must lie wholly inside the file, in whole 512-byte blocks,
+    // before anything is allocated for it. A track of length 0 is unformatted.
     std::vector<int64_t> offsets(static_cast<size_t>(tracks));
     std::vector<int> lengths(static_cast<size_t>(tracks));
     int longest = 0;
@@ -216,7 +226,12 @@ bool ZEBDisk::ImportHFE(const Filepath& path) {
         const int64_t off = static_cast<int64_t>(list.U16(e + hfetrk::kBlock)) * kBlockSize;
         const int length = list.U16(e + hfetrk::kLength);
         const int64_t blocks = (length + static_cast<int64_t>(kBlockSize) - 1) / kBlockSize;
-        if (length == 0 || off + blocks * static_cast<int64_t>(kBlockSize) > fileSize) return false;
+        if (c == 0 && length == 0)
+            return refuse("track 0 has length 0, so the rotation speed cannot be estimated");
+        const int64_t end = off + blocks * static_cast<int64_t>(kBlockSize);
+        if (length > 0 && end > fileSize)
+            return refuse("file ends early at offset " + std::to_string(fileSize) + " (track " +
+                          std::to_string(c) + " ends at offset " + std::to_string(end) + ")");
         offsets[static_cast<size_t>(c)] = off;
         lengths[static_cast<size_t>(c)] = length;
         longest = std::max(longest, length);
@@ -232,7 +247,7 @@ bool ZEBDisk::ImportHFE(const Filepath& path) {
     }
     const int estimate = k / (lengths[0] * 4);
     const int rpm = std::abs(estimate - 300) < std::abs(estimate - 360) ? 300 : 360;
-    if (!Init(type, rate, rpm, 0)) return false;
+    if (!Init(type, rate, rpm, 0)) return refuse("no disk of this rate and speed");
     readOnly = ro;
 
     // Whole 256-byte pieces are stored, so a record holds each side's length
@@ -252,6 +267,7 @@ bool ZEBDisk::ImportHFE(const Filepath& path) {
     // listed; then each cylinder is unpacked into its two records by its own worker.
     int64_t from = fileSize, to = 0;
     for (int c = 0; c < tracks; c++) {
+        if (lengths[static_cast<size_t>(c)] == 0) continue;
         const int64_t off = offsets[static_cast<size_t>(c)];
         from = std::min(from, off);
         to = std::max(
@@ -260,14 +276,15 @@ bool ZEBDisk::ImportHFE(const Filepath& path) {
     }
     const size_t spanBytes = static_cast<size_t>(to - from);
     const auto span = std::make_unique_for_overwrite<uint8_t[]>(spanBytes);
-    if (!fio.Seek(from, 0) || !fio.Read(span.get(), static_cast<int>(spanBytes))) {
-        Cleanup();
-        return false;
-    }
+    if (!fio.Seek(from, 0) || !fio.Read(span.get(), static_cast<int>(spanBytes)))
+        return refuse("tracks: " +
+                      ReadFailText(fio, from, static_cast<int64_t>(spanBytes), fileSize));
     trackpool::ForEach(tracks, workers, [&](int c) {
         const int length = lengths[static_cast<size_t>(c)];
         const size_t blocks = (static_cast<size_t>(length) + kBlockSize - 1) / kBlockSize;
-        const uint8_t* src = span.get() + (offsets[static_cast<size_t>(c)] - from);
+        // A track of length 0 has no blocks, and its entry's block means nothing.
+        const uint8_t* src =
+            blocks ? span.get() + (offsets[static_cast<size_t>(c)] - from) : nullptr;
         for (int s = 0; s < 2; s++) {
             const int slot = c * 2 + s;
             // A record smaller than the pieces (a cylinder beyond the disk's own

@@ -106,8 +106,9 @@ TEST_F(Scan, ExitStatuses) {
              {"-n 33 scan_defects.zeb", 22, "Error : disk number must be 1..32: 33 (see "},
              {"--tracks 5-2 scan_defects.zeb", 22,
               "Error : tracks must be C or C0-C1 within 0..83: 5-2"},
-             {"scan_missing.d88", 2, "Error : Cannot read image file scan_missing.d88\n"},
-             {"scan_junk.d88", 2, "Error : Cannot read image file scan_junk.d88\n"},
+             {"scan_missing.d88", 2, "Error : scan_missing.d88: No such file or directory\n"},
+             {"scan_junk.d88", 2,
+              "Error : scan_junk.d88: unknown media byte 0x5A (0x00, 0x10 and 0x20 are read)\n"},
              {"--help", 0, ""},
              {"-a MB8877 --tracks=0 --head 1 scan_defects.zeb", 0, ""},
          }) {

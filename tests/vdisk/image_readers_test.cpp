@@ -96,6 +96,7 @@ struct Patch {
     void (*spoil)(Bytes&);
     int type = 0;  // 0: refused
     int protect = 0;
+    const char* reason = "";  // of a refused file, after "<path>: "
 };
 // clang-format off
 const Patch kPatches[] = {
@@ -107,30 +108,63 @@ const Patch kPatches[] = {
     {".nfd", "write-protect byte", Set<0x114, 1>, 7, 1},
     // Plain images by size alone, whatever the extension; the 2D row's own 36,840 bytes run
     // short, the 368,640 it writes are unknown, an empty file fails on its first read.
-    {".d88", "plain size", Size<1261568>, 7}, {".img", "36,840 bytes", Size<36840>},
-    {".img", "368,640 bytes", Size<368640>}, {".img", "empty", Size<0>},
-    // The rest refused:
-    {".d88", "media 0x30", Set<0x1B, 0x30>}, {".d88", "zero sector count", Set<688 + 4, 0>},
-    {".d88", "16,385 bytes", [](Bytes& b) { W(b).U16(702, 16385), b.resize(b.size() + 16385); }},
-    {".d88", "track past the file", [](Bytes& b) { W(b).U32(0x24, 0x7FFFFFF0); }},
-    {".d88", "data cut short", Size<-1>}, {".dim", "track cut short", Size<-1>},
+    {".d88", "plain size", Size<1261568>, 7},
     {".d88", "every track on the same data", [](Bytes& b) {
          for (size_t i = 0; i < 164; i++) W(b).U32(0x20 + 4 * i, 688);
-     }},
-    {".dim", "one trailing blank", Set<0xB7, 0>}, {".dim", "no NUL after the id", Set<0xB8, ' '>},
-    {".dim", "media 4", Set<0, 4>}, {".fdi", "one byte long", [](Bytes& b) { b.push_back(0); }},
-    {".fdi", "media 0x20", Set<4, 0x20>}, {".fdi", "3 heads", [](Bytes& b) { W(b).U32(0x18, 3); }},
-    {".fdi", "0 sectors", [](Bytes& b) { W(b).U32(0x14, 0), b.resize(4096); }},
-    {".fdi", "85 cylinders", [](Bytes& b) { W(b).U32(0x1C, 85), b.resize(4096 + 85 * 1024); }},
-    {".fdi", "256 sectors", [](Bytes& b) { W(b).U32(0x14, 256), b.resize(4096 + 1024 * 256); }},
-    {".fdi", "length 1000", [](Bytes& b) { W(b).U32(0x10, 1000), b.resize(4096 + 8 * 1000); }},
-    {".fdi", "length 64", [](Bytes& b) { W(b).U32(0x10, 64), b.resize(4096 + 8 * 64); }},
-    {".fdd", "header one byte short", Size<0xC3FB>}, {".fdd", "VFD2.", Set<3, '2'>},
-    {".fdd", "N 7 on 256 bytes", Set<kF0 + 3, 7>},
-    {".fdd", "data one byte past", [](Bytes& b) { W(b).U32(kF0 + 8, b.size() - 255); }},
-    {".nfd", "header one byte short", Size<0x10A0F>}, {".nfd", "revision R1", Set<13, '1'>},
-    {".nfd", "1 head", Set<0x115, 1>},
-    {".nfd", "media 0x20", Set<kN0 + 10, 0x20>}, {".nfd", "N 7 on 256 bytes", Set<kN0 + 3, 7>},
+     }, 7},
+    {".img", "36,840 bytes", Size<36840>, 0, 0,
+     "track 3.1: file ends early at offset 36840 (4608 bytes wanted from offset 32256)"},
+    {".img", "368,640 bytes", Size<368640>, 0, 0, "not a plain image size (368640 bytes; the "
+     "sizes that are: 1261568, 1228800, 1474560, 737280, 36840)"},
+    {".img", "empty", Size<0>, 0, 0, "empty file"},
+    // The rest refused:
+    {".d88", "media 0x30", Set<0x1B, 0x30>, 0, 0, "unknown media byte 0x30 (0x00, 0x10 and 0x20 "
+     "are read)"},
+    {".d88", "zero sector count", Set<688 + 4, 0>, 0, 0,
+     "track 0.0 at offset 688: its first sector header says 0 sectors"},
+    {".d88", "16,385 bytes", [](Bytes& b) { W(b).U16(702, 16385), b.resize(b.size() + 16385); },
+     0, 0, "track 0.0: sector 1 of 16385 bytes (at most 16384 are read)"},
+    {".d88", "track past the file", [](Bytes& b) { W(b).U32(0x24, 0x7FFFFFF0); }, 0, 0,
+     "track 0.1: offset 2147483632 lies beyond the end (2864 bytes)"},
+    {".d88", "data cut short", Size<-1>, 0, 0,
+     "track 1.1: file ends early at offset 2863 (256 bytes wanted from offset 2608)"},
+    {".d88", "header cut short", Size<600>, 0, 0,
+     "file ends early at offset 600 (a disk header is 688 bytes)"},
+    {".dim", "track cut short", Size<-1>, 0, 0,
+     "track 1.1: file ends early at offset 16639 (8192 bytes wanted from offset 8448)"},
+    {".dim", "one trailing blank", Set<0xB7, 0>, 0, 0,
+     "no DIM header text \"DIFC HEADER  \" at offset 0xAB"},
+    {".dim", "no NUL after the id", Set<0xB8, ' '>, 0, 0,
+     "no DIM header text \"DIFC HEADER  \" at offset 0xAB"},
+    {".dim", "media 4", Set<0, 4>, 0, 0, "media byte 4 is none of 0, 1, 2, 3, 9, 17"},
+    {".fdi", "one byte long", [](Bytes& b) { b.push_back(0); }, 0, 0,
+     "6145 bytes, but the header gives 6144 (4096 header + 2 x 2 x 2 x 256)"},
+    {".fdi", "media 0x20", Set<4, 0x20>, 0, 0, "unknown media code 0x20"},
+    {".fdi", "3 heads", [](Bytes& b) { W(b).U32(0x18, 3); }, 0, 0, "3 heads (2 are read)"},
+    {".fdi", "0 sectors", [](Bytes& b) { W(b).U32(0x14, 0), b.resize(4096); }, 0, 0,
+     "0 sectors per track (1 to 255 are read)"},
+    {".fdi", "85 cylinders", [](Bytes& b) { W(b).U32(0x1C, 85), b.resize(4096 + 85 * 1024); },
+     0, 0, "85 cylinders: more than 84"},
+    {".fdi", "256 sectors", [](Bytes& b) { W(b).U32(0x14, 256), b.resize(4096 + 1024 * 256); },
+     0, 0, "256 sectors per track (1 to 255 are read)"},
+    {".fdi", "length 1000", [](Bytes& b) { W(b).U32(0x10, 1000), b.resize(4096 + 8 * 1000); },
+     0, 0, "sector length 1000 is not a power of two from 128 to 16384"},
+    {".fdi", "length 64", [](Bytes& b) { W(b).U32(0x10, 64), b.resize(4096 + 8 * 64); }, 0, 0,
+     "sector length 64 is not a power of two from 128 to 16384"},
+    {".fdd", "header one byte short", Size<0xC3FB>, 0, 0,
+     "header: file ends early at offset 50171 (50172 bytes wanted from offset 0)"},
+    {".fdd", "VFD2.", Set<3, '2'>, 0, 0, "no signature \"VFD1.\""},
+    {".fdd", "N 7 on 256 bytes", Set<kF0 + 3, 7>, 0, 0,
+     "track 0.0: 16384 bytes of sector data at offset 50172 run past the end (52220 bytes)"},
+    {".fdd", "data one byte past", [](Bytes& b) { W(b).U32(kF0 + 8, b.size() - 255); }, 0, 0,
+     "track 0.0: 256 bytes of sector data at offset 51965 run past the end (52220 bytes)"},
+    {".nfd", "header one byte short", Size<0x10A0F>, 0, 0,
+     "header: file ends early at offset 68111 (68112 bytes wanted from offset 0)"},
+    {".nfd", "revision R1", Set<13, '1'>, 0, 0, "no signature \"T98FDDIMAGE.R0\""},
+    {".nfd", "1 head", Set<0x115, 1>, 0, 0, "heads byte 1 (2 are read)"},
+    {".nfd", "media 0x20", Set<kN0 + 10, 0x20>, 0, 0, "unknown media code 0x20"},
+    {".nfd", "N 7 on 256 bytes", Set<kN0 + 3, 7>, 0, 0,
+     "track 0.0: file ends early at offset 70160 (16384 bytes wanted from offset 68112)"},
 };
 // clang-format on
 
@@ -141,12 +175,31 @@ TEST(ImageReaders, PatchedAndHostileFiles) {
         Bytes b = Valid(k.ext);
         ASSERT_EQ(d.Import(PathOf(Put(std::string("ok") + k.ext, b)), 1), 1);  // one change a row
         k.spoil(b);
-        const int r = d.Import(PathOf(Put(std::string("patched") + k.ext, b)), 1);
+        const std::string file = Put(std::string("patched") + k.ext, b);
+        const int r = d.Import(PathOf(file), 1);
         EXPECT_EQ(r ? d.type : 0, k.type);
+        EXPECT_EQ(d.report.error, r ? "" : file + ": " + k.reason);
         EXPECT_TRUE(!r || (d.writeProtect == k.protect && d.Track(0, 0)->sectors->status == 0));
     }
-    EXPECT_EQ(d.Import(PathOf(Scratch("missing.nfd")), 1), 0);
-    EXPECT_EQ(d.Import(PathOf(Put("unknown.abc", Bytes(5000, 1))), 1), 0);
+}
+
+// Files that are no image at all: the system's word for it, or the types that are known.
+TEST(ImageReaders, NoImageSaysWhy) {
+    const std::string dir = Scratch("dir.d88");
+    mkdir(dir.c_str(), 0755);
+    const std::pair<std::string, std::string> cases[] = {
+        {Scratch("missing.nfd"), "No such file or directory"},
+        {Scratch("missing.img"), "No such file or directory"},
+        {dir, "is a directory"},
+        {Put("unknown.abc", Bytes(5000, 1)),
+         "unknown extension \".abc\"; known: .ZEB .HFE .XDF .HDM .2HD .DUP .IMG .2HC .2HQ .2DD .2D "
+         ".D68 .D88 .D77 .D98 .DIM .FDI .FDD .NFD"},
+    };
+    for (const auto& [file, reason] : cases) {
+        VDisk d;
+        EXPECT_EQ(d.Import(PathOf(file), 1), 0);
+        EXPECT_EQ(d.report.error, file + ": " + reason);
+    }
 }
 
 }  // namespace
