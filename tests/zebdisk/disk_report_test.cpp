@@ -15,21 +15,22 @@ using namespace zebtest;
 
 namespace {
 
-// Three 4096-byte MFM sectors a track: a 2D track of 100000 cells holds the
+// Four 4096-byte MFM sectors a track: a 2D track of 100000 cells holds the
 // 2336-cell header and one of them ((4096 + 62 + GAP3) x 16 cells); even with
-// every GAP3 at 20 a second one would need 133696 cells.
+// every GAP3 at 20 a second one would need 133696 cells. (Three would fit a 2HD
+// track, and a 2D media byte over them reads as 2HD.)
 TEST(DiskReport, SectorsTheEncoderLeavesOutAreCountedFromTheFirst) {
     VDisk v;
     v.Init(VDISK_2D, 1, 2);
     std::vector<uint8_t> data(4096, 0x5A);
     for (int h = 0; h < 2; h++)
-        for (int r = 1; r <= 3; r++)
+        for (int r = 1; r <= 4; r++)
             v.Track(0, h)->AddSector(MakeFormattedSector(1, 0, h, r, 5, data.data(), 4096, 0));
     ASSERT_EQ(v.Export(PathOf("dr_long.d88")), 1);
     ZEBDisk d;
     ASSERT_TRUE(d.Import(PathOf("dr_long.d88"), 1));
     EXPECT_EQ(d.report.warnings,
-              std::vector<std::string>{"4 of 6 sectors do not fit their tracks and were left out "
+              std::vector<std::string>{"6 of 8 sectors do not fit their tracks and were left out "
                                        "(first: track 0.0, R 2)"});
 }
 
