@@ -11,10 +11,24 @@ constexpr uint64_t kPulse = 0xE000000000000000ULL;  // 1,1,1 from the word's fir
 constexpr int kSpcShift = 32;                       // samples a clock unit, 32.32
 constexpr uint64_t kHalf = 1ULL << (kSpcShift - 1);
 
-// Samples a clock unit in 32.32: eight samples a cell.
-uint64_t SamplesPerClock(uint64_t cellTime) {
-    if (cellTime == 0) return 0;
-    return (uint64_t{8} << (kCellTimeShift + kSpcShift)) / cellTime;
+// Samples a clock unit, eight a cell: a 32.32 value and 32 more bits of
+// fraction, so that a position is exact to far below a sample over any track.
+struct Scale {
+    uint64_t spc = 0;   // 32.32
+    uint64_t frac = 0;  // the next 32 bits
+};
+Scale SamplesPerClock(uint64_t cellTime) {
+    Scale s;
+    if (cellTime == 0) return s;
+    const uint64_t num = uint64_t{8} << (kCellTimeShift + kSpcShift);
+    s.spc = num / cellTime;
+    s.frac = ((num % cellTime) << kSpcShift) / cellTime;
+    return s;
+}
+
+// Samples at acc clock units, rounded (acc below 2^32).
+inline uint64_t SampleAt(uint64_t acc, const Scale& s) {
+    return (acc * s.spc + ((acc * s.frac) >> kSpcShift) + kHalf) >> kSpcShift;
 }
 
 // Stores the 64-bit word as eight big-endian bytes, as far as the buffer goes.
@@ -37,14 +51,14 @@ void SetSample(uint8_t* raw, uint64_t s) {
 }  // namespace
 
 uint64_t FluxRawLength(uint64_t length, uint64_t cellTime) {
-    const uint64_t spc = SamplesPerClock(cellTime);
-    if (spc == 0 || length > (UINT64_MAX - kHalf) / spc) return 0;
-    return (length * spc + kHalf) >> kSpcShift;
+    const Scale s = SamplesPerClock(cellTime);
+    if (s.spc == 0 || length > UINT32_MAX || length > (UINT64_MAX / 2) / s.spc) return 0;
+    return SampleAt(length, s);
 }
 
 int64_t Flux2Raw(const uint32_t* intervals, size_t n, uint64_t length, uint64_t cellTime,
                  uint8_t* raw, int64_t rawCap) {
-    const uint64_t spc = SamplesPerClock(cellTime);
+    const Scale scale = SamplesPerClock(cellTime);
     const uint64_t total = FluxRawLength(length, cellTime);
     if (total == 0 || rawCap <= 0 || total > static_cast<uint64_t>(rawCap) || !raw) return -1;
     const uint64_t bytes = (static_cast<uint64_t>(rawCap) + 7) / 8;
@@ -61,7 +75,7 @@ int64_t Flux2Raw(const uint32_t* intervals, size_t n, uint64_t length, uint64_t 
         acc += intervals[i];
         if (acc > length) break;
         // Rounded once a pulse from the exact time since the index.
-        const uint64_t s = (acc * spc + kHalf) >> kSpcShift;
+        const uint64_t s = SampleAt(acc, scale);
         if (s + 2 >= total) {
             if (nWrapped < 2) wrapped[nWrapped++] = s;
             continue;
