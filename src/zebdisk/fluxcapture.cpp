@@ -79,7 +79,7 @@ bool FluxCapture::AddTrack(int cylinder, int head, const std::vector<FluxRevolut
     if (cellTime == 0) return true;  // no cells to be seen: an unformatted track
 
     std::vector<CellRevolution> cells;
-    std::vector<uint8_t> scratch;
+    TrackRecord scratch;
     int bestIndex = -1;
     Reading best;
     int trackVotes[4] = {};
@@ -92,7 +92,7 @@ bool FluxCapture::AddTrack(int cylinder, int head, const std::vector<FluxRevolut
             *why = "a revolution is longer than any track";
             return false;
         }
-        scratch.assign(kRecordHeader + static_cast<size_t>((samples + 7) / 8), 0);
+        scratch = TrackRecord(kRecordHeader + static_cast<size_t>((samples + 7) / 8));
         uint8_t* raw = scratch.data() + kRecordHeader;
         if (Flux2Raw(r.intervals.data(), r.intervals.size(), r.length, cellTime, raw,
                      static_cast<int64_t>(samples)) < 0)
@@ -110,7 +110,7 @@ bool FluxCapture::AddTrack(int cylinder, int head, const std::vector<FluxRevolut
         if (bestIndex < 0 || reading.good > best.good) {
             bestIndex = static_cast<int>(cells.size()) - 1;
             best = reading;
-            out.record.swap(scratch);
+            std::swap(out.record, scratch);
             out.samples = static_cast<int>(samples);
         }
         // A revolution that reads every sector it has ends the search: later

@@ -37,7 +37,7 @@ public:
 private:
     struct Track {
         bool present = false;
-        std::vector<uint8_t> record;  // record header, then the raw samples
+        TrackRecord record;  // record header, then the raw samples
         int samples = 0;
         int sectors = 0;  // of the kept revolution
         int good = 0;     // sectors read without error

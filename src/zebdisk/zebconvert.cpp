@@ -17,7 +17,7 @@ constexpr int kRecordHeader = zebrec::kData;
 struct OldRecord {
     int32_t cylinder, head, index;
     int bits;
-    std::vector<uint8_t> rec;
+    TrackRecord rec;
     uint8_t* data() { return rec.data() + kRecordHeader; }
 };
 
@@ -32,7 +32,7 @@ OldRecord TakeRecord(ZEBDisk& disk, int slot, int c, int h) {
             std::clamp<int64_t>(disk.RecordInt(slot, zebrec::kBitLength), 0, held));
         o.rec = std::move(disk.track[slot]);
     } else {
-        o.rec.assign(kRecordHeader + 8, 0);
+        o.rec = TrackRecord(kRecordHeader + 8);
     }
     return o;
 }
@@ -89,7 +89,9 @@ bool ZEBDisk::ConvertRaw() {
         const int64_t rawLen = int64_t{o.bits} * 8;
         int64_t len;
         if (rawLen <= cap) {
-            len = Encode2Raw(o.data(), o.bits, dst, cap);
+            // The new record is zero already: only the track's own samples are
+            // written, and no pulse reaches past them.
+            len = Encode2Raw(o.data(), o.bits, dst, static_cast<int>(rawLen));
             if (len > limit) len = StrechRaw(dst, static_cast<int>(len), static_cast<int>(limit));
         } else if (limit < rawLen && limit <= cap) {
             // Too long for the record as it stands, but it fits once squeezed.

@@ -83,7 +83,7 @@ ZEBDisk::ZEBDisk() : initialized(0), readOnly(0), header{}, updated{}, workers(0
 ZEBDisk::~ZEBDisk() = default;
 
 void ZEBDisk::Cleanup() {
-    for (auto& t : track) std::vector<uint8_t>().swap(t);
+    for (auto& t : track) t = TrackRecord();
     for (auto& r : spareRevolutions) std::vector<CellRevolution>().swap(r);
     initialized = 0;
     readOnly = 0;
@@ -194,7 +194,7 @@ bool ZEBDisk::Save(const Filepath& path, int full) {
                 if (!f.Seek(block, 1)) return report.Fail(CannotWrite(path, f.lastError));
                 continue;
             }
-            const std::vector<uint8_t>& rec = track[slot];
+            const TrackRecord& rec = track[slot];
             uint8_t empty[kRecordHeader] = {};
             if (rec.empty()) {
                 FieldWriter w(empty, sizeof(empty));
@@ -280,7 +280,7 @@ bool ZEBDisk::Load(const Filepath& path, int align) {
     for (int c = 0; c < cyls; c++) {
         for (int h = 0; h < heads; h++) {
             const int slot = c * 2 + h;
-            std::vector<uint8_t>& rec = track[slot];
+            TrackRecord& rec = track[slot];
             const int64_t at = f.GetFilePos();
             bool ok;
             if (version == 1) {
@@ -290,7 +290,7 @@ bool ZEBDisk::Load(const Filepath& path, int align) {
                 ok = f.Read(rec.data() + kRecordHeader, static_cast<int>(dataBytes)) &&
                      f.Seek(kRecordHeader, 1);
             } else {
-                rec = std::vector<uint8_t>(static_cast<size_t>(block));
+                rec = TrackRecord(static_cast<size_t>(block));
                 ok = f.Read(rec.data(), static_cast<int>(block));
             }
             if (!ok) return refuse(TrackName(c, h) + ": " + ReadFailText(f, at, block, fileSize));
@@ -366,7 +366,7 @@ int ZEBDisk::GetTrackLen(int cylinder, int head) const {
 
 uint8_t* ZEBDisk::GetTrackData(int cylinder, int head) const {
     if (cylinder < 0 || cylinder >= kMaxCylinders || head < 0 || head >= kMaxHeads) return nullptr;
-    const std::vector<uint8_t>& rec = track[cylinder * 2 + head];
+    const TrackRecord& rec = track[cylinder * 2 + head];
     if (rec.size() < kRecordHeader) return nullptr;
     // The disk owns its tracks; callers change them in place and flag them.
     return const_cast<uint8_t*>(rec.data()) + kRecordHeader;
@@ -387,19 +387,19 @@ void ZEBDisk::SetHeaderInt(int off, int32_t v) {
 
 int32_t ZEBDisk::RecordInt(int slot, int off) const {
     if (slot < 0 || slot >= kSlots || off < 0) return 0;
-    const std::vector<uint8_t>& rec = track[slot];
+    const TrackRecord& rec = track[slot];
     return FieldReader(rec.data(), rec.size()).I32(static_cast<size_t>(off));
 }
 
 void ZEBDisk::SetRecordInt(int slot, int off, int32_t v) {
     if (slot < 0 || slot >= kSlots || off < 0) return;
-    std::vector<uint8_t>& rec = track[slot];
+    TrackRecord& rec = track[slot];
     FieldWriter(rec.data(), rec.size()).I32(static_cast<size_t>(off), v);
 }
 
 void ZEBDisk::NewRecord(int slot, int size, int c, int h, int bitLen) {
     if (slot < 0 || slot >= kSlots) return;
-    track[slot] = std::vector<uint8_t>(static_cast<size_t>(std::max(size, kRecordHeader)));
+    track[slot] = TrackRecord(static_cast<size_t>(std::max(size, kRecordHeader)));
     FieldWriter w(track[slot].data(), track[slot].size());
     w.I32(zebrec::kCylinder, c);
     w.I32(zebrec::kHead, h);

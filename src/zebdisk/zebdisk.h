@@ -10,6 +10,7 @@
 #include "fileio/filepath.h"
 #include "fileio/report.h"
 #include "track/vtrack.h"
+#include "zebdisk/trackrecord.h"
 
 // Disk types of the track level.
 enum : int32_t { ZEB_2D = 0, ZEB_2DD = 1, ZEB_2HD = 2, ZEB_RAW = 9 };
@@ -108,7 +109,7 @@ public:
     int32_t initialized;
     int32_t readOnly;
     uint8_t header[zebhdr::kSize];
-    std::vector<uint8_t> track[kSlots];  // empty vector = empty slot
+    TrackRecord track[kSlots];  // empty record = empty slot
     int32_t updated[kSlots];
     // The other revolutions of each captured slot, as cells: a sector-image
     // export takes a sector from them that the kept revolution reads bad.
