@@ -2,7 +2,6 @@
 // fail with EFBIG): the run ends with status 14 and the system's reason, and
 // whatever was at the destination - the source itself, for an in-place
 // conversion - stays byte for byte, with no temporary file left behind.
-#include <dirent.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -12,6 +11,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <filesystem>
 #include <random>
 #include <vector>
 
@@ -23,11 +23,8 @@ namespace {
 
 std::vector<std::string> Entries(const std::string& d) {
     std::vector<std::string> names;
-    DIR* dir = opendir(d.c_str());
-    while (const dirent* e = dir ? readdir(dir) : nullptr)
-        if (std::string(e->d_name) != "." && std::string(e->d_name) != "..")
-            names.push_back(e->d_name);
-    if (dir) closedir(dir);
+    for (const auto& e : std::filesystem::directory_iterator(d))
+        names.push_back(e.path().filename().string());
     std::sort(names.begin(), names.end());
     return names;
 }
@@ -72,8 +69,8 @@ const char* const kFormats[] = {"zeb", "hfe", "xdf", "hdm", "2hd", "dup", "img",
 // Tests run in parallel processes: each gets a fresh directory of its own.
 std::string FreshDir(const std::string& name) {
     const std::string d = "fulldisk_" + name;
-    mkdir(d.c_str(), 0755);
-    for (const std::string& n : Entries(d)) unlink((d + "/" + n).c_str());
+    std::filesystem::remove_all(d);
+    std::filesystem::create_directory(d);
     return d;
 }
 

@@ -1,6 +1,5 @@
 // A whole-file write replaces its destination only on Commit, through links,
 // with the permissions of an ordinary create or of the file it replaces.
-#include <dirent.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -8,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string>
@@ -18,25 +18,19 @@
 
 namespace {
 
-// Every test works in a directory of its own, so leftovers can be counted.
+namespace fs = std::filesystem;
+
+// Every test works in a fresh directory of its own, so leftovers can be counted.
 std::string Dir(const std::string& name) {
-    const std::string d = std::string(ZEBKIT_TESTDATA_DIR) + "/af_" + name;
-    mkdir(d.c_str(), 0755);
-    DIR* dir = opendir(d.c_str());
-    while (const dirent* e = dir ? readdir(dir) : nullptr)
-        if (e->d_name[0] != '.' || (e->d_name[1] && e->d_name[1] != '.'))
-            unlink((d + "/" + e->d_name).c_str());
-    if (dir) closedir(dir);
-    return d;
+    const fs::path d = fs::path(ZEBKIT_TESTDATA_DIR) / ("af_" + name);
+    fs::remove_all(d);
+    fs::create_directory(d);
+    return d.string();
 }
 
 std::vector<std::string> Entries(const std::string& d) {
     std::vector<std::string> names;
-    DIR* dir = opendir(d.c_str());
-    while (const dirent* e = dir ? readdir(dir) : nullptr)
-        if (std::string(e->d_name) != "." && std::string(e->d_name) != "..")
-            names.push_back(e->d_name);
-    if (dir) closedir(dir);
+    for (const auto& e : fs::directory_iterator(d)) names.push_back(e.path().filename().string());
     std::sort(names.begin(), names.end());
     return names;
 }

@@ -31,6 +31,10 @@ void Mark(VDisk& d, int c, int h, int r, int status, int len = -1) {
     }
 }
 
+const std::string kDimHolds =
+    ".DIM holds at least 77 cylinders of 8 x 1024-byte sectors or at least 80 of 9 x 1024, 15 x "
+    "512, 18 x 512 or 26 x 256 (track 0.0: 26 x 128 FM), the disk has ";
+
 const ReportCase kCases[] = {
     {"HdmKeeps77Cylinders",
      [](VDisk& d) { Hd(d, 80); },
@@ -158,9 +162,8 @@ const ReportCase kCases[] = {
      [](VDisk& d) { Hd(d, 40); },
      "r.dim",
      {},
-     ".DIM holds at least 77 cylinders of 8 x 1024-byte sectors or at least 80 of 9 x 1024, 15 x "
-     "512, 18 x 512 or 26 x 256 (track 0.0: 26 x 128 FM), the disk has 40 cylinders of 8 x "
-     "1024-byte MFM sectors; .D88 would fit"},
+     kDimHolds + "40 cylinders of 8 x "
+                 "1024-byte MFM sectors; .D88 would fit"},
     {"DimNamesTheTrackThatDiffers",
      [](VDisk& d) {
          Hd(d, 77);
@@ -168,15 +171,13 @@ const ReportCase kCases[] = {
      },
      "r.dim",
      {},
-     ".DIM holds at least 77 cylinders of 8 x 1024-byte sectors or at least 80 of 9 x 1024, 15 x "
-     "512, 18 x 512 or 26 x 256 (track 0.0: 26 x 128 FM), the disk has 30 cylinders of 8 x "
-     "1024-byte MFM sectors (track 30.1 differs); .D88 would fit"},
+     kDimHolds + "30 cylinders of 8 x "
+                 "1024-byte MFM sectors (track 30.1 differs); .D88 would fit"},
     {"DimOfAnEmptyDisk",
      [](VDisk& d) { d.Init(VDISK_2HD, 77, 2); },
      "r.dim",
      {},
-     ".DIM holds at least 77 cylinders of 8 x 1024-byte sectors or at least 80 of 9 x 1024, 15 x "
-     "512, 18 x 512 or 26 x 256 (track 0.0: 26 x 128 FM), the disk has no sectors on track 0.1"},
+     kDimHolds + "no sectors on track 0.1"},
     {"FdiOfAnEmptyFirstTrack",
      [](VDisk& d) {
          Hd(d, 77);
@@ -230,8 +231,10 @@ TEST_P(ExportReport, SaysWhatWasLostOrWhyItWasRefused) {
     const ReportCase& c = GetParam();
     VDisk d;
     c.build(d);
-    const std::string file = Scratch(c.file);
-    const Bytes written = Written(d, c.file);
+    // Cases run in parallel processes: each writes a file of its own.
+    const std::string name = std::string(c.name) + "_" + c.file;
+    const std::string file = Scratch(name);
+    const Bytes written = Written(d, name);
     if (c.error.empty()) {
         EXPECT_FALSE(written.empty());
         EXPECT_EQ(d.report.warnings, c.warnings);
