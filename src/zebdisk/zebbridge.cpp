@@ -173,6 +173,10 @@ bool ZEBDisk::Export(const Filepath& path, int mode) {
         const int bits = BitsWithin(GetTrackLen(c, h), RecordDataSize(c * 2 + h));
         t->Decode(0, data, bits, mode);
         MergeRevolutions(*t, spareRevolutions[c * 2 + h], mode);
+        // The writers need the sectors only: the cell buffer goes back to the
+        // allocator at once, for the worker's next track to reuse.
+        delete[] t->encData;
+        t->encData = nullptr;
     });
 
     char name[zebhdr::kNameLen] = {};

@@ -73,6 +73,30 @@ void ReverseCopy(uint8_t* dst, const uint8_t* src, size_t n) {
     }
 }
 
+// Track data moves between file and records in runs of neighbouring
+// cylinders whose blocks follow each other in the file, at most kRun bytes
+// together (a longer cylinder makes a run of its own): each run is one read or
+// write through one buffer that every run reuses.
+constexpr int64_t kRun = 1 << 20;
+
+// Calls run(c0, c1, from, to) for the runs of cylinders [c0, c1) whose blocks
+// lie in the file bytes [from, to); begin[c] and end[c] bound cylinder c's.
+template <class Run>
+bool ForEachRun(int cylinders, const std::vector<int64_t>& begin, const std::vector<int64_t>& end,
+                Run&& run) {
+    for (int c0 = 0; c0 < cylinders;) {
+        int c1 = c0 + 1;
+        while (c1 < cylinders &&
+               begin[static_cast<size_t>(c1)] == end[static_cast<size_t>(c1 - 1)] &&
+               end[static_cast<size_t>(c1)] - begin[static_cast<size_t>(c0)] <= kRun)
+            c1++;
+        if (!run(c0, c1, begin[static_cast<size_t>(c0)], end[static_cast<size_t>(c1 - 1)]))
+            return false;
+        c0 = c1;
+    }
+    return true;
+}
+
 }  // namespace
 
 bool ZEBDisk::ExportHFE(const Filepath& path) {
@@ -133,42 +157,62 @@ bool ZEBDisk::ExportHFE(const Filepath& path) {
 
     // The whole file is laid out in memory, each cylinder by its own worker,
     // and written in one call.
-    // Every byte of it is written below: the header, then every piece.
-    const size_t fileBytes = static_cast<size_t>(block) * kBlockSize;
-    const auto out = std::make_unique_for_overwrite<uint8_t[]>(fileBytes);
-    std::memcpy(out.get(), head.data(), head.size());
-    trackpool::ForEach(cylinders, workers, [&](int c) {
-        const size_t length = lengths[static_cast<size_t>(c)];
-        if (length <= 1) return;
-        const size_t per = length / 2;
-        const size_t pieces = (per + kPiece - 1) / kPiece;
-        // Each side's bytes, zero past its length: the last piece carries only
-        // per % 256 bytes, so a side of an exact multiple of 256 ends in a zero piece.
-        const size_t keep = (pieces - 1) * kPiece + per % kPiece;
-        uint8_t* dst = out.get() + static_cast<size_t>(starts[static_cast<size_t>(c)]) * kBlockSize;
-        uint8_t piece[kPiece];
-        for (int s = 0; s < 2; s++) {
-            const uint8_t* data = GetTrackData(c, s);
-            const size_t have =
-                data ? std::min<size_t>(keep, static_cast<size_t>(RecordDataSize(c * 2 + s))) : 0;
-            for (size_t i = 0; i < pieces; i++) {
-                const size_t from = i * kPiece;
-                uint8_t* to = dst + i * kBlockSize + static_cast<size_t>(s) * kPiece;
-                if (from + kPiece <= have) {
-                    ReverseCopy(to, data + from, kPiece);
-                    continue;
-                }
-                std::memset(piece, 0, kPiece);
-                if (from < have) std::memcpy(piece, data + from, have - from);
-                ReverseCopy(to, piece, kPiece);
-            }
-        }
-    });
+    std::vector<int64_t> begin(static_cast<size_t>(cylinders)), end(static_cast<size_t>(cylinders));
+    for (int c = 0; c < cylinders; c++) {
+        begin[static_cast<size_t>(c)] = int64_t{starts[static_cast<size_t>(c)]} * kBlockSize;
+        end[static_cast<size_t>(c)] =
+            begin[static_cast<size_t>(c)] +
+            (lengths[static_cast<size_t>(c)] + kBlockSize - 1) / kBlockSize * kBlockSize;
+    }
 
     AtomicFile fio;
     if (!fio.Create(path)) return report.Fail(CannotCreate(path, fio.lastError));
-    if (!fio.Write(out.get(), static_cast<int>(fileBytes)))
+    if (!fio.Write(head.data(), static_cast<int>(head.size())))
         return report.Fail(CannotWrite(path, fio.lastError));
+    // Every byte of a run is written below, each cylinder by its own worker.
+    std::unique_ptr<uint8_t[]> out;
+    size_t outSize = 0;
+    const bool written =
+        ForEachRun(cylinders, begin, end, [&](int c0, int c1, int64_t from, int64_t to) {
+            const size_t bytes = static_cast<size_t>(to - from);
+            if (bytes == 0) return true;
+            if (bytes > outSize) {
+                out = std::make_unique_for_overwrite<uint8_t[]>(bytes);
+                outSize = bytes;
+            }
+            trackpool::ForEach(c1 - c0, workers, [&](int k) {
+                const int c = c0 + k;
+                const size_t length = lengths[static_cast<size_t>(c)];
+                if (length <= 1) return;
+                const size_t per = length / 2;
+                const size_t pieces = (per + kPiece - 1) / kPiece;
+                // Each side's bytes, zero past its length: the last piece carries only
+                // per % 256 bytes, so a side of an exact multiple of 256 ends in a zero piece.
+                const size_t keep = (pieces - 1) * kPiece + per % kPiece;
+                uint8_t* dst = out.get() + (begin[static_cast<size_t>(c)] - from);
+                uint8_t piece[kPiece];
+                for (int s = 0; s < 2; s++) {
+                    const uint8_t* data = GetTrackData(c, s);
+                    const size_t have =
+                        data
+                            ? std::min<size_t>(keep, static_cast<size_t>(RecordDataSize(c * 2 + s)))
+                            : 0;
+                    for (size_t i = 0; i < pieces; i++) {
+                        const size_t at = i * kPiece;
+                        uint8_t* into = dst + i * kBlockSize + static_cast<size_t>(s) * kPiece;
+                        if (at + kPiece <= have) {
+                            ReverseCopy(into, data + at, kPiece);
+                            continue;
+                        }
+                        std::memset(piece, 0, kPiece);
+                        if (at < have) std::memcpy(piece, data + at, have - at);
+                        ReverseCopy(into, piece, kPiece);
+                    }
+                }
+            });
+            return fio.Write(out.get(), static_cast<int>(bytes));
+        });
+    if (!written) return report.Fail(CannotWrite(path, fio.lastError));
     if (!fio.Commit()) return report.Fail(CannotWrite(path, fio.lastError));
     if (cut > 0)
         report.Warn(std::to_string(cut) +
@@ -263,43 +307,50 @@ bool ZEBDisk::ImportHFE(const Filepath& path) {
                 NewRecord(c * 2 + h, need, c, h, nominal);
     }
 
-    // The tracks' blocks are read in one call, from the first to the last one
-    // listed; then each cylinder is unpacked into its two records by its own worker.
-    int64_t from = fileSize, to = 0;
-    for (int c = 0; c < tracks; c++) {
-        if (lengths[static_cast<size_t>(c)] == 0) continue;
-        const int64_t off = offsets[static_cast<size_t>(c)];
-        from = std::min(from, off);
-        to = std::max(
-            to, off + (lengths[static_cast<size_t>(c)] + static_cast<int64_t>(kBlockSize) - 1) /
-                          static_cast<int64_t>(kBlockSize) * static_cast<int64_t>(kBlockSize));
+    std::vector<int64_t> end(static_cast<size_t>(tracks));
+    for (int c = 0; c < tracks; c++)
+        end[static_cast<size_t>(c)] =
+            offsets[static_cast<size_t>(c)] +
+            (lengths[static_cast<size_t>(c)] + static_cast<int64_t>(kBlockSize) - 1) /
+                static_cast<int64_t>(kBlockSize) * static_cast<int64_t>(kBlockSize);
+    // Each run of cylinders is read in one call, then every cylinder of it is
+    // unpacked into its two records by its own worker.
+    std::unique_ptr<uint8_t[]> buf;
+    size_t bufSize = 0;
+    const bool read =
+        ForEachRun(tracks, offsets, end, [&](int c0, int c1, int64_t from, int64_t to) {
+            const size_t bytes = static_cast<size_t>(to - from);
+            if (bytes > bufSize) {
+                buf = std::make_unique_for_overwrite<uint8_t[]>(bytes);
+                bufSize = bytes;
+            }
+            if (!fio.Seek(from, 0) || !fio.Read(buf.get(), static_cast<int>(bytes))) return false;
+            trackpool::ForEach(c1 - c0, workers, [&](int n) {
+                const int c = c0 + n;
+                const int length = lengths[static_cast<size_t>(c)];
+                const size_t blocks = (static_cast<size_t>(length) + kBlockSize - 1) / kBlockSize;
+                const uint8_t* src = buf.get() + (offsets[static_cast<size_t>(c)] - from);
+                for (int s = 0; s < 2; s++) {
+                    const int slot = c * 2 + s;
+                    // A record smaller than the pieces (a cylinder beyond the disk's own
+                    // geometry kept its blank record) is replaced by one that fits.
+                    if (static_cast<size_t>(RecordDataSize(slot)) < blocks * kPiece)
+                        NewRecord(slot, need, c, s, 0);
+                    SetRecordInt(slot, zebrec::kCylinder, c);
+                    SetRecordInt(slot, zebrec::kHead, s);
+                    SetRecordInt(slot, zebrec::kIndexOffset, 0);
+                    SetRecordInt(slot, zebrec::kBitLength, length * 4);
+                    uint8_t* data = GetTrackData(c, s);
+                    for (size_t b = 0; b < blocks; b++)
+                        ReverseCopy(data + b * kPiece,
+                                    src + b * kBlockSize + static_cast<size_t>(s) * kPiece, kPiece);
+                }
+            });
+            return true;
+        });
+    if (!read) {
+        Cleanup();
+        return false;
     }
-    const size_t spanBytes = static_cast<size_t>(to - from);
-    const auto span = std::make_unique_for_overwrite<uint8_t[]>(spanBytes);
-    if (!fio.Seek(from, 0) || !fio.Read(span.get(), static_cast<int>(spanBytes)))
-        return refuse("tracks: " +
-                      ReadFailText(fio, from, static_cast<int64_t>(spanBytes), fileSize));
-    trackpool::ForEach(tracks, workers, [&](int c) {
-        const int length = lengths[static_cast<size_t>(c)];
-        const size_t blocks = (static_cast<size_t>(length) + kBlockSize - 1) / kBlockSize;
-        // A track of length 0 has no blocks, and its entry's block means nothing.
-        const uint8_t* src =
-            blocks ? span.get() + (offsets[static_cast<size_t>(c)] - from) : nullptr;
-        for (int s = 0; s < 2; s++) {
-            const int slot = c * 2 + s;
-            // A record smaller than the pieces (a cylinder beyond the disk's own
-            // geometry kept its blank record) is replaced by one that fits.
-            if (static_cast<size_t>(RecordDataSize(slot)) < blocks * kPiece)
-                NewRecord(slot, need, c, s, 0);
-            SetRecordInt(slot, zebrec::kCylinder, c);
-            SetRecordInt(slot, zebrec::kHead, s);
-            SetRecordInt(slot, zebrec::kIndexOffset, 0);
-            SetRecordInt(slot, zebrec::kBitLength, length * 4);
-            uint8_t* data = GetTrackData(c, s);
-            for (size_t b = 0; b < blocks; b++)
-                ReverseCopy(data + b * kPiece,
-                            src + b * kBlockSize + static_cast<size_t>(s) * kPiece, kPiece);
-        }
-    });
     return true;
 }
