@@ -14,6 +14,7 @@
 #include "scan/scan_svg.h"
 #include "track/decoder_stream.h"
 #include "vdisk/imagecommon.h"
+#include "vdisk/vdisk.h"
 #include "zebdisk/zebdisk.h"
 
 using namespace drivertest;
@@ -109,6 +110,8 @@ TEST_F(Scan, ExitStatuses) {
              {"scan_missing.d88", 2, "Error : scan_missing.d88: No such file or directory\n"},
              {"scan_junk.d88", 2,
               "Error : scan_junk.d88: unknown media byte 0x5A (0x00, 0x10 and 0x20 are read)\n"},
+             {"--map scan_nodir/map.svg scan_defects.zeb", 14,
+              "Error : cannot create scan_nodir/map.svg: No such file or directory\n"},
              {"--help", 0, ""},
              {"-a MB8877 --tracks=0 --head 1 scan_defects.zeb", 0, ""},
          }) {
@@ -118,6 +121,22 @@ TEST_F(Scan, ExitStatuses) {
         EXPECT_EQ(r.err.substr(0, std::string(err).size()), err);
         EXPECT_EQ(r.err.empty(), status == 0);
     }
+}
+
+// What the import left out is said on standard error; the listing is unchanged.
+TEST_F(Scan, ImportLossesAreWarnings) {
+    VDisk v;
+    v.Init(VDISK_2D, 1, 2);
+    const std::vector<uint8_t> data(4096, 0x5A);
+    for (int r = 1; r <= 4; r++)  // a 2D track holds one 4096-byte sector
+        v.Track(0, 0)->AddSector(MakeFormattedSector(1, 0, 0, r, 5, data.data(), 4096, 0));
+    ASSERT_EQ(v.Export(PathOf("scan_long.d88")), 1);
+    const ToolRun r = Zebscan("scan_long.d88", "long");
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.err,
+              "Warning : 3 of 4 sectors do not fit their tracks and were left out (first: track "
+              "0.0, R 2)\n");
+    EXPECT_NE(r.out.find(" 0.0  MFM           1  C0 H0 N5 : 1\n"), std::string::npos) << r.out;
 }
 
 TEST_F(Scan, ListingShowsEachDefectOnItsTrack) {
