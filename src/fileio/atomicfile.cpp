@@ -9,9 +9,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
-#include <random>
 
 namespace {
 
@@ -84,10 +85,15 @@ bool AtomicFile::Create(const Filepath& destination) {
     const std::string dir = DirOf(target);
     const std::string base =
         target.substr(target.rfind('/') == std::string::npos ? 0 : target.rfind('/') + 1);
-    std::random_device rd;
+    // Process, time and a counter make a name no other writer is using; O_EXCL
+    // below makes sure of it.
+    static std::atomic<unsigned> counter{0};
+    const auto now = std::chrono::steady_clock::now().time_since_epoch().count();
     for (int i = 0; i < kNameTries; i++) {
+        const unsigned mix = static_cast<unsigned>(getpid()) * 2654435761u ^
+                             static_cast<unsigned>(now) ^ (counter++ * 40503u);
         char tag[16];
-        std::snprintf(tag, sizeof tag, "%08x", static_cast<unsigned>(rd()));
+        std::snprintf(tag, sizeof tag, "%08x", mix);
         std::string name = dir + "/." + base + "." + tag + ".tmp";
         // Created as an ordinary file would be (0666 less the umask); an
         // existing destination's mode is copied on below.
