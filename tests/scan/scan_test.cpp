@@ -285,3 +285,27 @@ TEST_F(Scan, ReportOfThePoolIsTheSingleWorkersReport) {
 }
 
 }  // namespace
+
+namespace {
+
+// Tracks of no bits, in cells and raw: listed as unformatted with no sectors.
+TEST(ScanEmpty, TracksOfNoBitsAreUnformatted) {
+    for (int raw : {0, 1}) {
+        ZEBDisk d;
+        ASSERT_TRUE(d.Init(ZEB_2D, 0, 0, raw));
+        d.SetRecordInt(1, zebrec::kBitLength, 0);
+        const std::string file = "scan_empty" + std::to_string(raw) + ".zeb";
+        ASSERT_TRUE(d.Save(PathOf(file), 1));
+        const ToolRun r = Zebscan("--json --tracks 0 " + file, "empty" + std::to_string(raw));
+        EXPECT_EQ(r.status, 0) << r.err;
+        EXPECT_NE(r.out.find("{\"cylinder\":0,\"head\":1,\"density\":\"unformatted\","
+                             "\"recordBits\":0,\"flags\":32768,"),
+                  std::string::npos)
+            << r.out;
+        int none = 0;  // both tracks of cylinder 0 without a sector
+        for (size_t p = 0; (p = r.out.find("\"sectors\":[]", p)) != std::string::npos; p++) none++;
+        EXPECT_EQ(none, 2);
+    }
+}
+
+}  // namespace
