@@ -292,6 +292,18 @@ int VDisk::ImportD68(const Filepath& path, int diskno) {
     for (int c = cylinders; c < kMaxCylinders; c++)
         for (int h = 0; h < 2; h++) tracks[c][h].reset();
 
+    // Entries past the cylinders the header gives are not read.
+    int unread = 0, firstUnread = -1;
+    for (int e = 2 * cylinders; e < entries; e++) {
+        if (hdr.U32(kHdrTrackTable + 4 * static_cast<size_t>(e)) == 0) continue;
+        if (firstUnread < 0) firstUnread = e;
+        unread++;
+    }
+    if (unread > 0)
+        report.Warn(std::string(path.GetPath()) + ": " + std::to_string(unread) +
+                    " track(s) beyond cylinder " + std::to_string(cylinders - 1) +
+                    " were not read (first: " + TrackLabel(firstUnread / 2, firstUnread % 2) + ")");
+
     const int disks = CountD68Disks(path);
     if (disks > 1)
         report.Warn(std::string(path.GetPath()) + ": the file holds " + std::to_string(disks) +

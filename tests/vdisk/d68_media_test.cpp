@@ -113,6 +113,17 @@ TEST(TablesBeyondGeometry, TracksNotReadAreCounted) {
         EXPECT_EQ(d.cylinders, 1);
         EXPECT_EQ(d.report.warnings, std::vector<std::string>{file + ": " + warning});
     }
+    // A D88 table without cylinder 0 head 0 gives 80 cylinders; 80 and 81 are not read.
+    VDisk d88;
+    Uniform(d88, VDISK_2HD, 82, 1, 1);
+    d88.Track(0, 0)->Cleanup();
+    const std::string cut = Put("beyond.d88", Written(d88, "beyond_src.d88"));
+    VDisk e;
+    ASSERT_EQ(e.Import(PathOf(cut), 1), 1);
+    EXPECT_EQ(e.cylinders, 80);
+    EXPECT_EQ(e.report.warnings,
+              std::vector<std::string>{cut + ": 4 track(s) beyond cylinder 79 were not read "
+                                             "(first: track 80.0)"});
     Bytes dim = DimImage(0, {0, 168, 169});
     const std::string file = Put("beyond.dim", dim);
     VDisk d;
