@@ -317,6 +317,7 @@ bool ZEBDisk::ImportHFE(const Filepath& path) {
     // unpacked into its two records by its own worker.
     std::unique_ptr<uint8_t[]> buf;
     size_t bufSize = 0;
+    std::string why;
     const bool read =
         ForEachRun(tracks, offsets, end, [&](int c0, int c1, int64_t from, int64_t to) {
             const size_t bytes = static_cast<size_t>(to - from);
@@ -324,7 +325,10 @@ bool ZEBDisk::ImportHFE(const Filepath& path) {
                 buf = std::make_unique_for_overwrite<uint8_t[]>(bytes);
                 bufSize = bytes;
             }
-            if (!fio.Seek(from, 0) || !fio.Read(buf.get(), static_cast<int>(bytes))) return false;
+            if (!fio.Seek(from, 0) || !fio.Read(buf.get(), static_cast<int>(bytes))) {
+                why = "tracks: " + ReadFailText(fio, from, static_cast<int64_t>(bytes), fileSize);
+                return false;
+            }
             trackpool::ForEach(c1 - c0, workers, [&](int n) {
                 const int c = c0 + n;
                 const int length = lengths[static_cast<size_t>(c)];
@@ -348,9 +352,6 @@ bool ZEBDisk::ImportHFE(const Filepath& path) {
             });
             return true;
         });
-    if (!read) {
-        Cleanup();
-        return false;
-    }
+    if (!read) return refuse(why);
     return true;
 }
