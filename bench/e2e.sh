@@ -2,7 +2,9 @@
 # Whole conversions as a user runs them: every conversion of a 2HD disk between
 # a sector format and a track format in both directions, plus the raw paths.
 # Each is run RUNS times (default 10); the median wall time and the peak
-# memory are printed next to the median time of `cp` of the larger file.
+# memory are printed next to the median time of `cp` of the larger file, and
+# of the same copy flushed to disk (zebconv flushes every file it writes
+# before putting it in place of the destination).
 #
 #   bench/e2e.sh [BUILD_DIR] [RUNS]
 #
@@ -66,13 +68,13 @@ for s in "${SECTOR[@]}"; do
 done
 "$ZEBCONV" -i disk.hdm -o raw.zeb -f raw >/dev/null 2>&1
 
-printf '%-22s %10s %10s %10s %10s %12s %12s\n' conversion "ms" "cp ms" "ratio" "peak MiB" "files MiB" "limit MiB"
+printf '%-22s %9s %9s %7s %9s %7s %9s %10s %10s\n' conversion ms "cp ms" ratio "cp+fsync" ratio "peak MiB" "files MiB" "limit MiB"
 row() {
     local name=$1 src=$2 dst=$3
     shift 3
     [ "$dst" = - ] || rm -f "$dst"
     "$@" >/dev/null 2>&1 || { echo "$name: failed" >&2; return 1; }
-    local in out big ms cpms peak limit
+    local in out big ms cpms syncms peak limit
     in=$(size_of "$src")
     out=0
     [ "$dst" = - ] || out=$(size_of "$dst")
@@ -80,11 +82,13 @@ row() {
     [ "$out" -gt "$in" ] && big=$dst
     ms=$(median_ms "$@")
     cpms=$(median_ms cp "$big" "$WORK/.copy")
+    syncms=$(median_ms dd if="$big" of="$WORK/.copy" bs=4M conv=fsync status=none)
     peak=$(peak_kib "$@")
     # Memory goal: twice the input and output files together, plus 8 MiB.
     limit=$(awk -v a="$in" -v b="$out" 'BEGIN { printf "%.1f", (2 * (a + b)) / 1048576 + 8 }')
-    awk -v n="$name" -v m="$ms" -v c="$cpms" -v p="$peak" -v a="$in" -v b="$out" -v l="$limit" \
-        'BEGIN { printf "%-22s %10.2f %10.2f %10.2f %10.1f %12.1f %12s\n", n, m, c, m / c, p / 1024, (a + b) / 1048576, l }'
+    awk -v n="$name" -v m="$ms" -v c="$cpms" -v f="$syncms" -v p="$peak" -v a="$in" -v b="$out" \
+        -v l="$limit" 'BEGIN { printf "%-22s %9.2f %9.2f %7.2f %9.2f %7.2f %9.1f %10.1f %10s\n",
+                               n, m, c, m / c, f, m / f, p / 1024, (a + b) / 1048576, l }'
 }
 
 for s in "${SECTOR[@]}"; do
