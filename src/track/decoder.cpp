@@ -32,37 +32,6 @@ constexpr int kMfmIdCells = 10 * kMfmCpb;  // A1 A1 A1 mark C H R N CRC CRC
 constexpr int kFmIdCells = 7 * kFmCpb;     // mark C H R N CRC CRC
 constexpr int kMaxDataLength = 16384;
 
-// CRC tables for eight bytes a step, derived from crctbl: entry x of table k
-// is the CRC register after the byte x followed by k zero bytes.
-constexpr std::array<std::array<uint16_t, 256>, 8> MakeCrcSlices() {
-    std::array<std::array<uint16_t, 256>, 8> t{};
-    for (unsigned x = 0; x < 256; ++x) t[0][x] = crctbl[x];
-    for (size_t k = 1; k < 8; ++k) {
-        for (unsigned x = 0; x < 256; ++x) {
-            const uint16_t v = t[k - 1][x];
-            t[k][x] = static_cast<uint16_t>((v << 8) ^ crctbl[v >> 8]);
-        }
-    }
-    return t;
-}
-constexpr auto kCrcSlices = MakeCrcSlices();
-
-// Data field CRC, eight bytes a step: the register meets the first two bytes,
-// the other six go through their tables independently of it.
-constexpr uint16_t CrcBlock(uint16_t crc, const uint8_t* p, size_t n) {
-    size_t i = 0;
-    for (; i + 8 <= n; i += 8) {
-        crc = static_cast<uint16_t>(
-            kCrcSlices[7][((crc >> 8) ^ p[i]) & 0xFF] ^ kCrcSlices[6][(crc ^ p[i + 1]) & 0xFF] ^
-            kCrcSlices[5][p[i + 2]] ^ kCrcSlices[4][p[i + 3]] ^ kCrcSlices[3][p[i + 4]] ^
-            kCrcSlices[2][p[i + 5]] ^ kCrcSlices[1][p[i + 6]] ^ kCrcSlices[0][p[i + 7]]);
-    }
-    return CrcUpdate(crc, p + i, n - i);
-}
-constexpr uint8_t kCrcCheck[17] = {0xFB, 0x12, 0x34, 0x56, 0x78, 0x9A, 0xBC, 0xDE, 0xF0,
-                                   0x0F, 0x1E, 0x2D, 0x3C, 0x4B, 0x5A, 0x69, 0x78};
-static_assert(CrcBlock(kCrcAfterA1x3, kCrcCheck, 17) == CrcUpdate(kCrcAfterA1x3, kCrcCheck, 17));
-
 // Data cells of MFM cells: the second cell of each pair.
 constexpr uint64_t MfmCompress(uint64_t v) {
     v &= 0x5555555555555555ull;
@@ -433,7 +402,7 @@ void VTrack::DecodeIn(unsigned char* cells, int len, int (*marks)[2], int mfmMaj
             s.ReadBytes(int64_t{sc->dataPos} + int64_t{length} * cpb, 2, mfm, sc->dataCrc);
             const uint8_t mark = deleted ? 0xF8 : 0xFB;
             uint16_t crc = CrcUpdate(mfm ? kCrcAfterA1x3 : kCrcInit, mark);
-            crc = CrcBlock(crc, data.get(), static_cast<size_t>(length));
+            crc = CrcUpdate(crc, data.get(), static_cast<size_t>(length));
             if (crc != ((sc->dataCrc[0] << 8) | sc->dataCrc[1])) {
                 sc->status |= SECT_DATACRC;
                 flags |= TRK_DATACRC;
