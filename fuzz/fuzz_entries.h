@@ -7,6 +7,7 @@
 // decoder mode) it takes it from the first input byte; the rest is the file.
 #pragma once
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -24,6 +25,7 @@
 #include "track/vsector.h"
 #include "track/vtrack.h"
 #include "vdisk/vdisk.h"
+#include "zebdisk/revmerge.h"
 #include "zebdisk/zebdisk.h"
 
 namespace zebfuzz {
@@ -228,6 +230,65 @@ inline void Convert(const uint8_t* data, size_t size) {
     }
 }
 
+// Reads every byte of the other revolutions a flux import kept, and mends the
+// first captured track from them as a sector-image export would.
+inline void TouchFlux(ZEBDisk& d) {
+    sink = sink + TouchZeb(d);
+    bool merged = false;
+    for (int slot = 0; slot < ZEBDisk::kSlots; slot++) {
+        for (const CellRevolution& r : d.spareRevolutions[slot]) {
+            if (r.bits < 0 || (static_cast<size_t>(r.bits) + 7) / 8 > r.cells.size()) std::abort();
+            for (uint8_t b : r.cells) sink = sink + b;
+        }
+        if (merged || d.spareRevolutions[slot].empty()) continue;
+        VTrack t;
+        t.Decode(1, d.GetTrackData(slot / 2, slot % 2), d.GetTrackLen(slot / 2, slot % 2), 0);
+        MergeRevolutions(t, d.spareRevolutions[slot], 0);
+        sink = sink + TouchTrack(&t);
+        merged = true;
+    }
+}
+
+inline void ScpImport(const uint8_t* data, size_t size) {
+    TempFile f(".SCP", data, size);
+    ZEBDisk d;
+    if (d.Import(f.Path(), 1)) TouchFlux(d);
+    d.Cleanup();
+}
+
+// A stream set of two files in a folder of its own: the first byte says where
+// the input splits between track00.0.raw and track00.1.raw.
+inline void KryoFluxImport(const uint8_t* data, size_t size) {
+    if (size < 1) return;
+    static unsigned counter = 0;
+    const char* base = std::getenv("ZEBFUZZ_TMPDIR");
+    if (!base || !*base) base = access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp";
+    const std::string dir = std::string(base) + "/zebfuzz-set-" + std::to_string(getpid()) + "-" +
+                            std::to_string(counter++);
+    if (mkdir(dir.c_str(), 0755) != 0) std::abort();
+    const size_t rest = size - 1;
+    const size_t split = rest * data[0] / 255;
+    const std::string side0 = dir + "/track00.0.raw", side1 = dir + "/track00.1.raw";
+    for (int side = 0; side < 2; side++) {
+        FILE* f = std::fopen((side ? side1 : side0).c_str(), "wb");
+        if (!f) std::abort();
+        const uint8_t* from = data + 1 + (side ? split : 0);
+        const size_t n = side ? rest - split : split;
+        if (n && std::fwrite(from, 1, n, f) != n) std::abort();
+        std::fclose(f);
+    }
+    {
+        Filepath p;
+        p.SetPath(side0.c_str());
+        ZEBDisk d;
+        if (d.Import(p, 1)) TouchFlux(d);
+        d.Cleanup();
+    }
+    std::remove(side0.c_str());
+    std::remove(side1.c_str());
+    rmdir(dir.c_str());
+}
+
 struct Entry {
     const char* name;
     void (*run)(const uint8_t*, size_t);
@@ -235,10 +296,19 @@ struct Entry {
 
 // One fuzz target per entry; the regression directories carry the same names.
 inline constexpr Entry kEntries[] = {
-    {"zeb_load", ZebLoad},     {"hfe_import", HfeImport}, {"plain_import", PlainImport},
-    {"d68_import", D68Import}, {"dim_import", DimImport}, {"fdi_import", FdiImport},
-    {"fdd_import", FddImport}, {"nfd_import", NfdImport}, {"track_decode", TrackDecode},
-    {"signal_raw", SignalRaw}, {"convert", Convert},
+    {"zeb_load", ZebLoad},
+    {"hfe_import", HfeImport},
+    {"plain_import", PlainImport},
+    {"d68_import", D68Import},
+    {"dim_import", DimImport},
+    {"fdi_import", FdiImport},
+    {"fdd_import", FddImport},
+    {"nfd_import", NfdImport},
+    {"track_decode", TrackDecode},
+    {"signal_raw", SignalRaw},
+    {"convert", Convert},
+    {"scp_import", ScpImport},
+    {"kryoflux_import", KryoFluxImport},
 };
 
 }  // namespace zebfuzz

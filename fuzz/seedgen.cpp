@@ -229,6 +229,102 @@ void TrackLevelSeeds() {
     Put("convert", "zeb-raw", r3, 0);
 }
 
+// Flux of a track's cells: a transition at every 1-cell, cell clocks apart,
+// over two revolutions (the index at the start of each).
+std::vector<uint32_t> CellFlux(const Bytes& cells, int bits, uint32_t cell) {
+    std::vector<uint32_t> out;
+    uint32_t gap = 0;
+    for (int r = 0; r < 2; r++)
+        for (int i = 0; i < bits; i++) {
+            gap += cell;
+            if ((cells[static_cast<size_t>(i) >> 3] >> (7 - (i & 7))) & 1) {
+                out.push_back(gap);
+                gap = 0;
+            }
+        }
+    return out;
+}
+
+void Le32(Bytes& b, uint32_t v) {
+    for (int i = 0; i < 4; i++) b.push_back(static_cast<uint8_t>(v >> (8 * i)));
+}
+
+// One track of five MFM sectors as an SCP file (25 ns units) and as a
+// KryoFlux stream (its default clock, index blocks, stream end and end of file).
+void FluxSeeds() {
+    VDisk v;
+    BuildSmall(v, VDISK_2D);
+    const int bits = 100000;
+    Bytes cells(bits / 8);
+    v.Track(0, 1)->Encode(0, cells.data(), bits);
+
+    const std::vector<uint32_t> scpFlux = CellFlux(cells, bits, 80);
+    Bytes scp(0x10 + 168 * 4, 0);
+    FieldWriter h(scp.data(), scp.size());
+    h.Bytes(0, "SCP", 3);
+    h.U8(5, 2);  // revolutions
+    h.U8(8, 1);  // index flag
+    h.U32(0x10, static_cast<uint32_t>(scp.size()));
+    const size_t trk = scp.size();
+    scp.insert(scp.end(), {'T', 'R', 'K', 0});
+    scp.resize(trk + 4 + 24, 0);
+    size_t k = 0;
+    for (int r = 0; r < 2; r++) {
+        const size_t from = scp.size();
+        uint64_t time = 0;
+        uint32_t count = 0;
+        for (; k < scpFlux.size() && time + scpFlux[k] <= uint64_t{80} * bits; k++, count++) {
+            time += scpFlux[k];
+            scp.push_back(static_cast<uint8_t>(scpFlux[k] >> 8));
+            scp.push_back(static_cast<uint8_t>(scpFlux[k]));
+        }
+        FieldWriter e(scp.data() + trk + 4 + 12 * r, 12);
+        e.U32(0, 80 * bits);
+        e.U32(4, count);
+        e.U32(8, static_cast<uint32_t>(from - trk));
+    }
+    uint32_t sum = 0;
+    for (size_t i = 0x10; i < scp.size(); i++) sum += scp[i];
+    FieldWriter(scp.data(), scp.size()).U32(12, sum);
+    Put("scp_import", "mfm-track", scp);
+
+    const std::vector<uint32_t> kfFlux = CellFlux(cells, bits, 48);
+    Bytes kf;
+    uint32_t pos = 0;
+    uint64_t time = 0;
+    int next = 0;
+    for (uint32_t f : kfFlux) {
+        // The index block follows the flux it falls in.
+        const uint32_t at = pos;
+        if (f >= 0x0E && f <= 0xFF) {
+            kf.push_back(static_cast<uint8_t>(f)), pos += 1;
+        } else if (f < 0x800) {
+            kf.insert(kf.end(), {static_cast<uint8_t>(f >> 8), static_cast<uint8_t>(f)}), pos += 2;
+        } else {
+            kf.insert(kf.end(), {0x0C, static_cast<uint8_t>(f >> 8), static_cast<uint8_t>(f)});
+            pos += 3;
+        }
+        if (next < 3 && time + f > uint64_t{48} * bits * static_cast<uint64_t>(next)) {
+            kf.insert(kf.end(), {0x0D, 0x02, 12, 0});
+            Le32(kf, at);
+            Le32(kf,
+                 static_cast<uint32_t>(uint64_t{48} * bits * static_cast<uint64_t>(next) - time));
+            Le32(kf, 0);
+            next++;
+        }
+        time += f;
+    }
+    kf.insert(kf.end(), {0x0D, 0x03, 8, 0});
+    Le32(kf, pos);
+    Le32(kf, 0);
+    kf.insert(kf.end(), {0x0D, 0x0D, 0x0D, 0x0D});
+    Put("kryoflux_import", "mfm-side0", kf, 0xFF);
+    const size_t half = kf.size();
+    Bytes both = kf;
+    both.insert(both.end(), kf.begin(), kf.end());
+    Put("kryoflux_import", "mfm-both-sides", both, static_cast<int>(255 * half / both.size()));
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -241,5 +337,6 @@ int main(int argc, char** argv) {
     SectorSeeds();
     TrackSeeds();
     TrackLevelSeeds();
+    FluxSeeds();
     return 0;
 }

@@ -71,11 +71,9 @@ bool FluxCapture::AddTrack(int cylinder, int head, const std::vector<FluxRevolut
     // The cell time comes from the revolution with the most flux.
     const FluxRevolution* richest = nullptr;
     for (const FluxRevolution& r : revs)
-        if ((r.whole || !anyWhole) && (!richest || r.intervals.size() > richest->intervals.size()))
-            richest = &r;
+        if ((r.whole || !anyWhole) && (!richest || r.count > richest->count)) richest = &r;
     if (!richest) return true;
-    const uint64_t cellTime =
-        FluxCellTime(richest->intervals.data(), richest->intervals.size(), clockHz);
+    const uint64_t cellTime = FluxCellTime(richest->intervals, richest->count, clockHz);
     if (cellTime == 0) return true;  // no cells to be seen: an unformatted track
 
     std::vector<CellRevolution> cells;
@@ -94,8 +92,8 @@ bool FluxCapture::AddTrack(int cylinder, int head, const std::vector<FluxRevolut
         }
         scratch = TrackRecord(kRecordHeader + static_cast<size_t>((samples + 7) / 8));
         uint8_t* raw = scratch.data() + kRecordHeader;
-        if (Flux2Raw(r.intervals.data(), r.intervals.size(), r.length, cellTime, raw,
-                     static_cast<int64_t>(samples)) < 0)
+        if (Flux2Raw(r.intervals, r.count, r.length, cellTime, raw, static_cast<int64_t>(samples)) <
+            0)
             continue;
         t.Decode(1, raw, static_cast<int>(samples), 0);
         const Reading reading = Count(t, cylinder);

@@ -11,9 +11,11 @@
 #include "zebdisk/zebdisk.h"
 
 // One revolution: the time from the index to the first transition, then from
-// each transition to the next, in clock units; length is index to index.
+// each transition to the next, in clock units; length is index to index. The
+// intervals belong to the reader, which keeps them while the track is added.
 struct FluxRevolution {
-    std::vector<uint32_t> intervals;
+    const uint32_t* intervals = nullptr;
+    size_t count = 0;
     uint64_t length = 0;
     // False when the capture ended before the next index.
     bool whole = true;

@@ -124,6 +124,7 @@ bool ZEBDisk::ImportSCP(const Filepath& path) {
     std::vector<uint8_t> th(thSize);
     std::vector<uint8_t> data;
     std::vector<FluxRevolution> flux(revs);
+    std::vector<std::vector<uint32_t>> held(revs);
     FluxCapture capture;
     int captured = 0;
     for (unsigned t = start; t <= end; t++) {
@@ -149,9 +150,11 @@ bool ZEBDisk::ImportSCP(const Filepath& path) {
             data.resize(size_t{count} * 2);
             if (count && (!f.Seek(from, 0) || !f.Read(data.data(), static_cast<int>(count * 2))))
                 return fail("cannot be read");
-            Intervals(data.data(), count, flux[r].intervals);
+            Intervals(data.data(), count, held[r]);
+            flux[r].intervals = held[r].data();
+            flux[r].count = held[r].size();
             uint64_t total = 0;
-            for (uint32_t v : flux[r].intervals) total += v;
+            for (uint32_t v : held[r]) total += v;
             flux[r].length = duration ? duration : total;
             flux[r].whole = true;
         }

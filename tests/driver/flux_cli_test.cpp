@@ -28,16 +28,17 @@ const Capture& TheCapture() {
         v.Init(VDISK_2D, 3, 2);
         for (int c = 0; c < 3; c++)
             for (int h = 0; h < 2; h++) AddTrack(v, c, h, 1, 16, 1);
-        const Encoded enc = Encode(v, Scratch("cli_disk_orig.d88"));
+        auto enc = std::make_unique<Encoded>();
+        if (!Encode(v, Scratch("cli_disk_orig.d88"), enc.get())) std::abort();
         std::map<int, Flux> tracks;
         for (int slot = 0; slot < 6; slot++) {
             Shape s;
             s.clockHz = 40e6;
             s.seed = static_cast<uint32_t>(slot + 9);
             s.damageRev = 0;
-            std::tie(s.damageFrom, s.damageTo) = DataCells(enc, slot, 4);
+            std::tie(s.damageFrom, s.damageTo) = DataCells(*enc, slot, 4);
             s.damageTo = s.damageFrom + 300;
-            tracks[slot] = CellsToFlux(enc.cells[slot].data(), enc.bits[slot], s);
+            tracks[slot] = CellsToFlux(enc->cells[slot].data(), enc->bits[slot], s);
         }
         Spit(cap->scp, MakeScp(tracks));
         return cap;

@@ -27,11 +27,14 @@ namespace fluxtest {
 
 using Bytes = std::vector<uint8_t>;
 
+#ifdef ZEBKIT_TESTDATA_DIR  // test programs keep their files apart
 inline std::string Scratch(const std::string& name) {
     static const std::string dir = std::string(ZEBKIT_TESTDATA_DIR) + "/flux";
     mkdir(dir.c_str(), 0755);  // fails harmlessly once it exists
     return dir + "/" + name;
 }
+#endif
+
 inline Filepath PathOf(const std::string& full) {
     Filepath p;
     p.SetPath(full.c_str());
@@ -214,7 +217,8 @@ inline Bytes MakeStream(const Flux& f, const StreamOptions& o = {}) {
                       static_cast<uint32_t>(f.index[nextIndex] / 8)}));
             nextIndex++;
         }
-        if (o.nops && ++k % 97 == 0) put({0x08}), put({0x09, 0}), put({0x0A, 0, 0});
+        ++k;
+        if (o.nops && k % 97 == 0) put({0x08}), put({0x09, 0}), put({0x0A, 0, 0});
         if (k % 4096 == 0) Oob(b, 1, Le32({pos, 0}));
         last = t;
     }
@@ -233,19 +237,17 @@ struct Encoded {
     int bits[ZEBDisk::kSlots] = {};
 };
 
-inline Encoded Encode(VDisk& v, const std::string& d88) {
-    Encoded e;
-    EXPECT_TRUE(v.Export(PathOf(d88)));
+inline bool Encode(VDisk& v, const std::string& d88, Encoded* e) {
     ZEBDisk z;
-    EXPECT_TRUE(z.Import(PathOf(d88), 1));
+    if (!v.Export(PathOf(d88)) || !z.Import(PathOf(d88), 1)) return false;
     for (int slot = 0; slot < ZEBDisk::kSlots; slot++) {
         const uint8_t* d = z.GetTrackData(slot / 2, slot % 2);
         const int bits = z.GetTrackLen(slot / 2, slot % 2);
         if (!d || bits <= 0) continue;
-        e.bits[slot] = bits;
-        e.cells[slot].assign(d, d + (bits + 7) / 8);
+        e->bits[slot] = bits;
+        e->cells[slot].assign(d, d + (bits + 7) / 8);
     }
-    return e;
+    return true;
 }
 
 // Where a sector's data lies in a track's cells, to aim damage at it.

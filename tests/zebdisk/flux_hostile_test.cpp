@@ -181,10 +181,21 @@ const HostileSet kSets[] = {
          b.insert(b.end(), {0x0D, 0x0D, 0x0D, 0x0D});
          return Write(d, "track00.0.raw", b); },
      "no track holds flux", nullptr},
-    {"CutInsideAFlux", [](const std::string& d) {
+    {"CutInsideAFlux",
+     [](const std::string& d) {
          StreamOptions o;
-         o.cutAt = 150001;
-         return Write(d, "track00.0.raw", MakeStream(Tone(kSck), o)); },
+         o.ending = false;
+         Bytes b = MakeStream(Tone(kSck), o);
+         b.insert(b.end(), {0x0C, 0x01});  // a Flux3 code without its last byte
+         return Write(d, "track00.0.raw", b);
+     },
+     nullptr, "1 stream(s) end early"},
+    {"CutInTheFirstRevolution",
+     [](const std::string& d) {
+         StreamOptions o;
+         o.cutAt = 60000;
+         return Write(d, "track00.0.raw", MakeStream(Tone(kSck), o));
+     },
      nullptr, "1 stream(s) end early"},
     {"BlockRunsPastTheEnd", [](const std::string& d) {
          Bytes b = MakeStream(Tone(kSck));

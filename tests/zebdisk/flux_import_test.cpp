@@ -85,7 +85,8 @@ class FluxRoundTrip : public testing::TestWithParam<FluxCase> {};
 TEST_P(FluxRoundTrip, EverySectorComesBack) {
     const FluxCase& p = GetParam();
     std::unique_ptr<VDisk> want(Build(p.kind, p.singleSided));
-    const Encoded enc = Encode(*want, Scratch(std::string(p.name) + "_orig.d88"));
+    auto enc = std::make_unique<Encoded>();
+    ASSERT_TRUE(Encode(*want, Scratch(std::string(p.name) + "_orig.d88"), enc.get()));
     const bool hd = p.kind == Kind::kMfm2HD360 || p.kind == Kind::kMfm2HD300;
 
     Shape shape;
@@ -97,7 +98,7 @@ TEST_P(FluxRoundTrip, EverySectorComesBack) {
 
     std::map<int, Flux> tracks;  // by physical cylinder x 2 + head
     for (int slot = 0; slot < ZEBDisk::kSlots; slot++) {
-        if (!enc.bits[slot] || !want->Track(slot / 2, slot % 2) ||
+        if (!enc->bits[slot] || !want->Track(slot / 2, slot % 2) ||
             !want->Track(slot / 2, slot % 2)->sectors)
             continue;
         const int c = slot / 2, h = slot % 2;
@@ -105,14 +106,14 @@ TEST_P(FluxRoundTrip, EverySectorComesBack) {
         std::vector<Flux> revs;
         // Every damaged revolution is spoilt separately; the cells of the
         // others come from one clean pass.
-        Flux f = CellsToFlux(enc.cells[slot].data(), enc.bits[slot], shape);
+        Flux f = CellsToFlux(enc->cells[slot].data(), enc->bits[slot], shape);
         for (auto [rev, r] : p.damage) {
             Shape d = shape;
             d.damageRev = rev;
-            std::tie(d.damageFrom, d.damageTo) = DataCells(enc, slot, r);
+            std::tie(d.damageFrom, d.damageTo) = DataCells(*enc, slot, r);
             ASSERT_LT(d.damageFrom, d.damageTo);
             d.damageFrom += 64, d.damageTo = d.damageFrom + 400;
-            const Flux spoilt = CellsToFlux(enc.cells[slot].data(), enc.bits[slot], d);
+            const Flux spoilt = CellsToFlux(enc->cells[slot].data(), enc->bits[slot], d);
             // Take the spoilt revolution's transitions in place of the clean ones.
             std::vector<uint64_t> t;
             for (uint64_t x : f.times)
