@@ -309,7 +309,7 @@ bool ZEBDisk::Load(const Filepath& path, int align) {
                 return refuse(TrackName(c, h) + ": negative index offset " + std::to_string(index));
             // The index lies on a circle of len bits.
             if (len > 0) index %= len;
-            if (index > 0) RotateBits(rec.data() + kRecordHeader, len, index);
+            if (len > 0 && index > 0) RotateBits(rec.data() + kRecordHeader, len, index);
             SetRecordInt(slot, zebrec::kIndexOffset, 0);
             SetRecordInt(slot, zebrec::kBitLength, static_cast<int32_t>(len));
         }
