@@ -10,6 +10,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -96,6 +97,9 @@ bool Fileio::Open(const char* fname, OpenMode mode) {
     }
     fd = f;
     pos = 0;
+    struct stat st;
+    buffered_ = mode == ReadOnly && fstat(f, &st) == 0 && S_ISREG(st.st_mode);
+    aheadLen_ = 0;
     return true;
 }
 
@@ -104,8 +108,50 @@ bool Fileio::Open(const Filepath& path, OpenMode mode) {
 }
 
 bool Fileio::Read(void* buffer, int size) {
+    if (buffered_) return ReadAhead(static_cast<uint8_t*>(buffer), size);
     return TransferAll(fd, static_cast<uint8_t*>(buffer), size, &pos, &lastError,
                        [](int d, uint8_t* p, size_t n) { return read(d, p, n); });
+}
+
+bool Fileio::ReadAhead(uint8_t* p, int size) {
+    if (fd < 0 || size < 0 || (size > 0 && !p)) {
+        lastError = EBADF;
+        return false;
+    }
+    size_t left = static_cast<size_t>(size);
+    while (left > 0) {
+        if (pos >= aheadAt_ && pos - aheadAt_ < static_cast<int64_t>(aheadLen_)) {
+            const size_t off = static_cast<size_t>(pos - aheadAt_);
+            const size_t n = std::min(left, aheadLen_ - off);
+            std::memcpy(p, ahead_.get() + off, n);
+            p += n;
+            left -= n;
+            pos += static_cast<int64_t>(n);
+            continue;
+        }
+        ssize_t n;
+        if (left >= kDirect) {
+            n = pread(fd, p, left, static_cast<off_t>(pos));
+            if (n > 0) {
+                p += n;
+                left -= static_cast<size_t>(n);
+                pos += n;
+                continue;
+            }
+        } else {
+            if (!ahead_) ahead_ = std::make_unique_for_overwrite<uint8_t[]>(kAhead);
+            n = pread(fd, ahead_.get(), kAhead, static_cast<off_t>(pos));
+            if (n > 0) {
+                aheadAt_ = pos;
+                aheadLen_ = static_cast<size_t>(n);
+                continue;
+            }
+        }
+        if (n < 0 && errno == EINTR) continue;
+        lastError = n < 0 ? errno : 0;
+        return false;
+    }
+    return true;
 }
 
 bool Fileio::Write(const void* buffer, int size) {
@@ -118,6 +164,11 @@ bool Fileio::Seek(int64_t offset, int relative) {
     if (relative && __builtin_add_overflow(pos, offset, &target)) return false;
     if (target == pos) return true;
     if (fd < 0 || target < 0) return false;
+    // Buffered reads say where they read: the position is all there is to move.
+    if (buffered_) {
+        pos = target;
+        return true;
+    }
     off_t r = lseek(fd, static_cast<off_t>(target), SEEK_SET);
     if (r < 0) {
         lastError = errno;
@@ -138,6 +189,8 @@ void Fileio::Close() {
     if (fd >= 0) close(fd);
     fd = -1;
     pos = 0;
+    buffered_ = false;
+    aheadLen_ = 0;
 }
 
 bool Fileio::Load(const Filepath& path, void* buffer, int size) {

@@ -1,7 +1,9 @@
 // A POSIX file descriptor with a tracked 64-bit position.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <memory>
 
 #include "fileio/filepath.h"
 
@@ -39,4 +41,18 @@ public:
     // errno of the last failed open, read, write or seek; 0 when a read failed
     // only because the file ended.
     int lastError;
+
+private:
+    // A regular file opened for reading is read through a read-ahead buffer:
+    // the image readers take it a few bytes at a time (a header, then a
+    // sector), and a system call for each piece would cost more than the
+    // conversion itself. Pieces of kDirect bytes and more go straight to the
+    // caller.
+    static constexpr size_t kAhead = 64 * 1024;
+    static constexpr size_t kDirect = 16 * 1024;
+    bool ReadAhead(uint8_t* p, int size);
+    bool buffered_ = false;
+    std::unique_ptr<uint8_t[]> ahead_;
+    int64_t aheadAt_ = 0;  // file offset of ahead_[0]
+    size_t aheadLen_ = 0;
 };

@@ -112,6 +112,39 @@ TEST(Fileio, TransfersAreAllOrNothing) {
     EXPECT_FALSE(f.Read(buf, -1));
 }
 
+// Small pieces come from the read-ahead buffer, large ones straight from the
+// file; seeks land inside, before and past the buffered bytes.
+TEST(Fileio, PieceByPieceReadsGiveTheFileAsItIs) {
+    std::string data(200000, 0);
+    uint32_t x = 1;
+    for (char& ch : data) x = x * 1103515245u + 12345u, ch = static_cast<char>(x >> 24);
+    Spit("fio_pieces.bin", data);
+    Fileio f;
+    ASSERT_TRUE(f.Open("fio_pieces.bin", Fileio::ReadOnly));
+    const std::tuple<int64_t, int> steps[] = {
+        // {seek to (-1: read on), bytes}
+        {-1, 16},    {-1, 1},     {-1, 65000}, {-1, 700},  {100, 20000}, {70000, 3},
+        {65530, 12}, {131072, 8}, {-1, 16384}, {5, 16383}, {199990, 10},
+    };
+    for (const auto& [to, n] : steps) {
+        if (to >= 0) {
+            ASSERT_TRUE(f.Seek(to, 0));
+        }
+        const int64_t at = f.GetFilePos();
+        std::string got(static_cast<size_t>(n), 0);
+        ASSERT_TRUE(f.Read(got.data(), n)) << at;
+        EXPECT_EQ(got, data.substr(static_cast<size_t>(at), static_cast<size_t>(n))) << at;
+        EXPECT_EQ(f.GetFilePos(), at + n);
+    }
+    // Past the end: what there is was read, and the file simply ended.
+    char tail[8];
+    ASSERT_TRUE(f.Seek(199996, 0));
+    EXPECT_FALSE(f.Read(tail, 8));
+    EXPECT_EQ(f.GetFilePos(), 200000);
+    EXPECT_EQ(f.lastError, 0);
+    EXPECT_EQ(std::string(tail, 4), data.substr(199996));
+}
+
 TEST(Fileio, ReadLineKeepsNewlineAndCutsLongLines) {
     Spit("fio_lines.bin", "first\nsecond line\nend");
     Fileio f;
