@@ -70,7 +70,13 @@ struct IndexMark {
 struct Stream {
     std::vector<uint32_t> flux;
     std::vector<IndexMark> indexes;
-    std::vector<uint64_t> marks;  // index times, in clock units from the stream's start
+    // Where each index fell: the flux it fell in (the flux count when after the
+    // last) and the clock units from that flux's start.
+    struct At {
+        size_t flux;
+        uint64_t within;
+    };
+    std::vector<At> indexAt;
     double sampleClock = kDefaultSampleClock;
     bool ended = false;        // an end-of-file block was met
     bool cut = false;          // the bytes stopped inside a code or block
@@ -188,7 +194,7 @@ size_t Walk(const uint8_t* b, size_t n, OnFlux flux, OnOob oob) {
 // plus the overflows (written just before the flux's code) that came before it.
 void Parse(const std::vector<uint8_t>& bytes, Stream& s) {
     s.indexes.clear();
-    s.marks.clear();
+    s.indexAt.clear();
     s.sampleClock = kDefaultSampleClock;
     s.ended = s.posMismatch = false;
     s.result = 0;
@@ -213,8 +219,8 @@ void Parse(const std::vector<uint8_t>& bytes, Stream& s) {
               idx.end());
 
     s.flux.resize(count);
-    uint32_t* out = s.flux.data();
-    uint64_t t = 0;
+    uint32_t* const out = s.flux.data();
+    size_t k = 0;
     size_t next = 0;
     // The position of the next index to place; past every flux when none is left.
     uint64_t nextPos = idx.empty() ? UINT64_MAX : idx[0].streamPos;
@@ -224,8 +230,7 @@ void Parse(const std::vector<uint8_t>& bytes, Stream& s) {
             uint64_t within = idx[next].sampleCounter;
             if (idx[next].streamPos > first)
                 within += uint64_t{std::min(idx[next].streamPos - first, ovl)} << 16;
-            const uint64_t at = t + std::min(within, value);
-            if (s.marks.empty() || at > s.marks.back()) s.marks.push_back(at);
+            s.indexAt.push_back({k, std::min(within, value)});
         }
         nextPos = next < idx.size() ? idx[next].streamPos : UINT64_MAX;
     };
@@ -234,26 +239,30 @@ void Parse(const std::vector<uint8_t>& bytes, Stream& s) {
         [&](uint32_t v, uint32_t pos, uint32_t ovl) {
             const uint64_t value = v + (uint64_t{ovl} << 16);
             if (pos >= nextPos) place(pos, ovl, value);
-            *out++ = static_cast<uint32_t>(std::min<uint64_t>(value, UINT32_MAX));
-            t += value;
+            out[k++] = static_cast<uint32_t>(std::min<uint64_t>(value, UINT32_MAX));
         },
         [](uint8_t, const uint8_t*, size_t, uint32_t) {});
     // Indexes after the last flux: the counter ran on from it.
-    for (; next < idx.size(); next++) {
-        const uint64_t at = t + idx[next].sampleCounter;
-        if (s.marks.empty() || at > s.marks.back()) s.marks.push_back(at);
-    }
+    for (; next < idx.size(); next++) s.indexAt.push_back({k, idx[next].sampleCounter});
 }
 
 // Cuts the stream into revolutions at its index marks.
 void Revolutions(Stream& s, std::vector<FluxRevolution>& revs) {
     revs.clear();
     const size_t n = s.flux.size();
-    const std::vector<uint64_t>& marks = s.marks;
 
-    // One pass over the flux, cutting where the time passes each mark.
+    // The index times, from the start of the stream, in one pass over the flux.
+    std::vector<uint64_t> marks;
     uint64_t total = 0;
-    for (size_t k = 0; k < n; k++) total += s.flux[k];
+    size_t f = 0;
+    for (const Stream::At& a : s.indexAt) {
+        for (; f < a.flux && f < n; f++) total += s.flux[f];
+        const uint64_t at = total + a.within;
+        if (marks.empty() || at > marks.back()) marks.push_back(at);
+    }
+    for (; f < n; f++) total += s.flux[f];
+
+    // Cut where the time passes each mark.
     std::vector<uint64_t> cuts;
     bool whole = true;
     if (marks.size() >= 2) {
