@@ -262,3 +262,27 @@ TEST_P(HostileKryoFlux, RefusedWithItsReasonOrReadWithAWarning) {
 INSTANTIATE_TEST_SUITE_P(Sets, HostileKryoFlux, testing::ValuesIn(kSets), SetName);
 
 }  // namespace
+
+namespace {
+
+TEST(KryoFluxIndex, AnIndexInsideALongFluxIsPlacedExactly) {
+    // A 200,000-clock flux (three overflows) holds the second index 150,000
+    // clocks after it began; the first revolution, kept, spans index to index.
+    Flux f = Tone(kSck);
+    const uint64_t gapStart = f.index[1] - 150000;
+    std::vector<uint64_t> t;
+    for (uint64_t x : f.times)
+        if (x <= gapStart || x >= gapStart + 200000) t.push_back(x);
+    t.push_back(gapStart + 200000);
+    std::sort(t.begin(), t.end());
+    f.times = t;
+    const std::string dir = SetDir("long_flux");
+    Spit(dir + "/track00.0.raw", MakeStream(f));
+    ZEBDisk z;
+    ASSERT_TRUE(z.Import(PathOf(dir + "/track00.0.raw"), 1)) << z.report.error;
+    // Eight samples a 2 us cell; an overflow misplaced would be 10,900 samples.
+    const double want = static_cast<double>(f.index[1] - f.index[0]) * 8 / (2e-6 * kSck);
+    EXPECT_NEAR(z.GetTrackLen(0, 0), want, 20.0);
+}
+
+}  // namespace
