@@ -10,8 +10,8 @@ constexpr uint32_t kFddHdr = 0xC3FC, kNfdHdr = 0x10A10;
 constexpr uint32_t kF0 = 0xDC, kN0 = 0x120, kN1 = kN0 + 26 * 16;
 
 // One more sector (R 99) on a track.
-void Extra(VDisk& d, int c, int h, int len = 128) {
-    d.Track(c, h)->AddSector(Sec(1, c, h, 99, 0, 0, len));
+void Extra(VDisk& d, int c, int h) {
+    d.Track(c, h)->AddSector(Sec(1, c, h, 99, 0));
 }
 // One 10,000-byte sector a track, putting the estimate at the 11,000-byte threshold.
 void Long(VDisk& d, int mfm, int gap3) {
@@ -81,15 +81,13 @@ const Case kCases[] = {
     {"w.xdf", 7, 80, 8, 3, nullptr, 1261568, {}}, {"w.Dup", 7, 77, 8, 3, nullptr, 1261568, {}},
     {"w.IMG", 7, 77, 8, 3, nullptr, 1261568, {{8192, 8}, {16384 + 1025, 26}}},  // C, H, R order
     {"w.2d", 1, 40, 9, 2, nullptr, 368640, {}},
-    {"w.HDM", 7, 76, 8, 3, nullptr, -1, {}}, {"w.HFE", 7, 77, 8, 3, nullptr, -1, {}},
-    {"w.2HC", 7, 80, 15, 2, [](VDisk& d) { Extra(d, 0, 1); }, -1, {}},
+    {"w.HDM", 7, 76, 8, 3, nullptr, -1, {}},
     {"w.2dd", 3, 80, 9, 2, [](VDisk& d) { d.Track(79, 1)->sectors->idN = 3; }, -1, {}},
     // D68: status NODAM > DATACRC > IDCRC > DELETED, the mark from DELETED alone; media byte.
     {"w.d88", 7, 1, 0, 0, D68Status, 688 + 5 * 144, kD68},
     {"w.d68", 1, 43, 0, 0, nullptr, 688, {{0x1B, 0x10}, {0x1C, 688, true}}},
     {"w.D98", 3, 42, 0, 0, nullptr, 688, {{0x1B, 0x00}}},
     {"w.d88", 7, 84, 1, 0, nullptr, 688 + 164 * 144, {{0x20 + 163 * 4, 688 + 163 * 144, true}}},
-    {"w.d88", 7, 1, 0, 0, [](VDisk& d) { Extra(d, 0, 1, 70000); }, -1, {}},
     // DIM: the media byte from the shape; overtrack flag for media 0 beyond 77 cylinders.
     {"w.dim", 7, 77, 8, 3, nullptr, 256 + 154 * 8192, kDim},
     {"w.dim", 7, 80, 8, 3, nullptr, 256 + 160 * 8192, {{0, 0}, {0xFF, 1}}},
@@ -101,7 +99,6 @@ const Case kCases[] = {
     {"w.dim", 7, 80, 26, 1, Dim2SD, 256 + 26 * 128 + 159 * 26 * 256, {{0, 17}}},
     {"w.dim", 7, 80, 8, 3, [](VDisk& d) { d.NewTrack(0, 0); }, 256 + 159 * 8192, {{0, 0}, {1, 1}}},
     {"w.dim", 7, 77, 9, 3, nullptr, -1, {}},
-    {"w.dim", 7, 80, 8, 3, [](VDisk& d) { d.Track(40, 1)->sectors->idN = 2; }, -1, {}},
     {"w.dim", 7, 80, 26, 1, nullptr, -1, {}},  // N=1 needs an FM N=0 first track
     // FDI: media by type, and for 2HD by the estimate (above 10,999: 0x30); conforming cylinders.
     {"w.fdi", 7, 80, 8, 3, [](VDisk& d) { Extra(d, 77, 1); }, 4096 + 77 * 16384, kFdi},
@@ -109,11 +106,8 @@ const Case kCases[] = {
     {"w.fdi", 7, 1, 0, 0, [](VDisk& d) { Long(d, 1, 725); }, 4096 + 20000, {{4, 0x90, true}}},
     {"w.fdi", 3, 2, 9, 2, nullptr, 4096 + 4 * 4608, {{4, 0x10, true}}},
     {"w.fdi", 1, 2, 16, 1, nullptr, 4096 + 4 * 4096, {{4, 0x50, true}}},
-    {"w.fdi", 7, 2, 0, 0, nullptr, -1, {}},
-    {"w.fdi", 7, 2, 8, 3, [](VDisk& d) { d.Track(0, 1)->sectors->mfm = 0; }, -1, {}},
     // FDD: uniform data as a fill byte, the fixed trailer, 80 cylinders at most, 26 sectors.
     {"w.fdd", 7, 82, 2, 3, FddFill, kFddHdr + 160 * 1152, kFdd},
-    {"w.fdd", 3, 2, 26, 0, [](VDisk& d) { Extra(d, 1, 1); }, -1, {}},
     // NFD: media per track (2HD from 11,000 on: 0x30), byte 7 = 4 on head 1, 163 tracks.
     {"w.nfd", 7, 84, 18, 2, nullptr, kNfdHdr + 163 * 9216, kNfd},
     {"w.nfd", 1, 2, 16, 1, nullptr, kNfdHdr + 4 * 4096, {{kN0 + 10, 0x10}}},
