@@ -66,7 +66,7 @@ bool FluxCapture::AddTrack(int cylinder, int head, const std::vector<FluxRevolut
     // Whole revolutions when there are any, else what the capture holds.
     const bool anyWhole =
         std::any_of(revs.begin(), revs.end(), [](const FluxRevolution& r) { return r.whole; });
-    if (!anyWhole && !revs.empty()) partial_++;
+    out.partial = !anyWhole && !revs.empty();
 
     // The cell time comes from the revolution with the most flux.
     const FluxRevolution* richest = nullptr;
@@ -80,7 +80,6 @@ bool FluxCapture::AddTrack(int cylinder, int head, const std::vector<FluxRevolut
     TrackRecord scratch;
     int bestIndex = -1;
     Reading best;
-    int trackVotes[4] = {};
     VTrack t;
     for (const FluxRevolution& r : revs) {
         if (anyWhole && !r.whole) continue;
@@ -97,7 +96,7 @@ bool FluxCapture::AddTrack(int cylinder, int head, const std::vector<FluxRevolut
             continue;
         t.Decode(1, raw, static_cast<int>(samples), 0);
         const Reading reading = Count(t, cylinder);
-        if (r.whole) trackVotes[NearestNominal((r.length << kCellTimeShift) / cellTime)]++;
+        if (r.whole) out.votes[NearestNominal((r.length << kCellTimeShift) / cellTime)]++;
 
         CellRevolution rev;
         if (t.encData && t.encLen > 0) {
@@ -125,20 +124,29 @@ bool FluxCapture::AddTrack(int cylinder, int head, const std::vector<FluxRevolut
     for (size_t i = 0; i < cells.size(); i++)
         if (static_cast<int>(i) != bestIndex && cells[i].bits > 0)
             out.spares.push_back(std::move(cells[i]));
-    for (int i = 0; i < 4; i++) {
-        anyVotes_[i] += trackVotes[i];
-        if (out.sectors > 0) votes_[i] += trackVotes[i];
-    }
     return true;
+}
+
+int FluxCapture::PartialTracks() const {
+    int n = 0;
+    for (const auto& cylinder : tracks_)
+        for (const Track& t : cylinder) n += t.partial;
+    return n;
 }
 
 bool FluxCapture::Build(ZEBDisk& disk) {
     bool any = false, oddData = false, evenHigh = false;
     int own = 0, half = 0;
+    // Whole revolutions of formatted tracks nearest each nominal length, and of any track.
+    int formattedVotes[4] = {}, anyVotes[4] = {};
     for (int c = 0; c < kMaxCylinders; c++) {
         for (int h = 0; h < 2; h++) {
             const Track& t = tracks_[c][h];
             any = any || t.present;
+            for (int i = 0; i < 4; i++) {
+                anyVotes[i] += t.votes[i];
+                if (t.sectors > 0) formattedVotes[i] += t.votes[i];
+            }
             if (!t.present || t.sectors == 0) continue;
             if (c & 1) oddData = true;
             if (!(c & 1) && c >= 2) {
@@ -151,8 +159,8 @@ bool FluxCapture::Build(ZEBDisk& disk) {
     if (!any) return false;
 
     // The rate and speed most whole revolutions of formatted tracks point to.
-    const int* votes = votes_;
-    if (std::all_of(votes_, votes_ + 4, [](int v) { return v == 0; })) votes = anyVotes_;
+    const int* votes = formattedVotes;
+    if (std::all_of(votes, votes + 4, [](int v) { return v == 0; })) votes = anyVotes;
     const int pick = static_cast<int>(std::max_element(votes, votes + 4) - votes);
     const Nominal& nominal = kNominals[pick];
 

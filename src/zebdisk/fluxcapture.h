@@ -28,13 +28,14 @@ public:
 
     // Resamples and decodes the revolutions of one physical track. False, with
     // the reason in *why, when a revolution is longer than any track record.
+    // Calls for different tracks may run at the same time.
     bool AddTrack(int cylinder, int head, const std::vector<FluxRevolution>& revs, double clockHz,
                   std::string* why);
     // Makes the disk from every track added; false when nothing was.
     bool Build(ZEBDisk& disk);
 
     // How many tracks added had no revolution from index to index.
-    int PartialTracks() const { return partial_; }
+    int PartialTracks() const;
 
 private:
     struct Track {
@@ -46,10 +47,8 @@ private:
         int idOwn = 0;    // good IDs naming the physical cylinder
         int idHalf = 0;   // good IDs naming half of it (a 40-track disk, single steps)
         std::vector<CellRevolution> spares;
+        int votes[4] = {};  // whole revolutions nearest each nominal length
+        bool partial = false;
     };
     Track tracks_[kMaxCylinders][2];
-    // Whole revolutions of formatted tracks nearest each nominal length, and of any track.
-    int votes_[4] = {};
-    int anyVotes_[4] = {};
-    int partial_ = 0;
 };

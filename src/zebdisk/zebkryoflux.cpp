@@ -11,6 +11,7 @@
 #include "fileio/fieldio.h"
 #include "fileio/fileio.h"
 #include "zebdisk/fluxcapture.h"
+#include "zebdisk/trackpool.h"
 #include "zebdisk/zebdisk.h"
 
 namespace {
@@ -330,39 +331,66 @@ bool ZEBDisk::ImportKryoFlux(const Filepath& path) {
     if (!SplitStreamName(path.fname, &prefix))
         return report.Fail(shortName + ": not a stream file name of the form trackNN.S.raw");
 
-    FluxCapture capture;
-    std::vector<uint8_t> bytes;
-    Stream s;
-    std::vector<FluxRevolution> revs;
-    int found = 0, first = -1, last = -1, cutShort = 0, readErrors = 0, lost = 0;
+    // The files present, in track order.
+    struct Side {
+        int c, h;
+        std::string base;
+    };
+    std::vector<Side> sides;
     bool missing[FluxCapture::kMaxCylinders][2] = {};
-    bool sideUsed[2] = {};
     for (int c = 0; c < FluxCapture::kMaxCylinders; c++) {
         for (int h = 0; h < 2; h++) {
             char num[16];
             std::snprintf(num, sizeof num, "%02d.%d", c, h);
             const std::string base = prefix + num + path.ext;
-            const std::string name = std::string(path.dir) + base;
-            if (Fileio::IsExist(name.c_str()) != 1) {
+            if (Fileio::IsExist((std::string(path.dir) + base).c_str()) == 1)
+                sides.push_back({c, h, base});
+            else
                 missing[c][h] = true;
-                continue;
-            }
+        }
+    }
+
+    // A few files are read at a time, in order, then parsed, resampled and
+    // decoded side by side: each job touches only its own track.
+    struct Job {
+        std::vector<uint8_t> bytes;
+        Stream stream;
+        std::vector<FluxRevolution> revs;
+        std::string why;
+        bool ok = true;
+    };
+    constexpr size_t kBatch = 4;
+    std::vector<Job> jobs(kBatch);
+    FluxCapture capture;
+    int found = 0, first = -1, last = -1, cutShort = 0, readErrors = 0, lost = 0;
+    bool sideUsed[2] = {};
+    for (size_t from = 0; from < sides.size(); from += kBatch) {
+        const size_t n = std::min(kBatch, sides.size() - from);
+        for (size_t j = 0; j < n; j++) {
             bool tooLarge;
-            if (!ReadWhole(name, bytes, &tooLarge))
+            const Side& side = sides[from + j];
+            if (!ReadWhole(std::string(path.dir) + side.base, jobs[j].bytes, &tooLarge))
                 return report.Fail(
-                    base + (tooLarge ? ": too large for a stream file" : ": cannot be read"));
-            Parse(bytes, s);
-            if (s.cut || !s.ended) cutShort++;
-            if (s.result != 0) readErrors++;
-            if (s.posMismatch) lost++;
-            std::string why;
-            Revolutions(s, revs);
-            if (!capture.AddTrack(c, h, revs, s.sampleClock, &why))
-                return report.Fail(base + ": " + why);
+                    side.base + (tooLarge ? ": too large for a stream file" : ": cannot be read"));
+        }
+        trackpool::ForEach(static_cast<int>(n), 0, [&](int j) {
+            Job& job = jobs[static_cast<size_t>(j)];
+            const Side& side = sides[from + static_cast<size_t>(j)];
+            Parse(job.bytes, job.stream);
+            Revolutions(job.stream, job.revs);
+            job.ok = capture.AddTrack(side.c, side.h, job.revs, job.stream.sampleClock, &job.why);
+        });
+        for (size_t j = 0; j < n; j++) {
+            const Stream& st = jobs[j].stream;
+            const Side& side = sides[from + j];
+            if (!jobs[j].ok) return report.Fail(side.base + ": " + jobs[j].why);
+            if (st.cut || !st.ended) cutShort++;
+            if (st.result != 0) readErrors++;
+            if (st.posMismatch) lost++;
             found++;
-            sideUsed[h] = true;
-            if (first < 0) first = c;
-            last = c;
+            sideUsed[side.h] = true;
+            if (first < 0) first = side.c;
+            last = side.c;
         }
     }
     if (found == 0) return report.Fail(shortName + ": no stream file of the set can be read");

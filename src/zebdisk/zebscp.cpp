@@ -8,6 +8,7 @@
 #include "fileio/fieldio.h"
 #include "fileio/fileio.h"
 #include "zebdisk/fluxcapture.h"
+#include "zebdisk/trackpool.h"
 #include "zebdisk/zebdisk.h"
 
 namespace {
@@ -122,47 +123,80 @@ bool ZEBDisk::ImportSCP(const Filepath& path) {
     const size_t revs = std::min<size_t>(revolutions, kMaxRevolutions);
     const size_t thSize = scptrk::kRevolutions + revolutions * scptrk::kEntrySize;
     std::vector<uint8_t> th(thSize);
-    std::vector<uint8_t> data;
-    std::vector<FluxRevolution> flux(revs);
-    std::vector<std::vector<uint32_t>> held(revs);
+
+    // A few tracks are read at a time, in order, then turned into intervals,
+    // resampled and decoded side by side: each job touches only its own track.
+    struct Job {
+        unsigned t = 0;
+        std::vector<std::vector<uint8_t>> data;
+        std::vector<uint32_t> duration;
+        std::vector<std::vector<uint32_t>> held;
+        std::vector<FluxRevolution> flux;
+        std::string why;
+        bool ok = true;
+    };
+    constexpr size_t kBatch = 4;
+    std::vector<Job> jobs(kBatch);
+    for (Job& j : jobs) {
+        j.data.resize(revs);
+        j.duration.resize(revs);
+        j.held.resize(revs);
+        j.flux.resize(revs);
+    }
+    std::vector<unsigned> present;
+    for (unsigned t = start; t <= end; t++)
+        if (hdr.U32(scphdr::kTrackTable + 4 * t) != 0) present.push_back(t);
+
     FluxCapture capture;
     int captured = 0;
-    for (unsigned t = start; t <= end; t++) {
-        const int64_t at = hdr.U32(scphdr::kTrackTable + 4 * t);
-        if (at == 0) continue;
-        const std::string label = "track " + std::to_string(t);
-        if (at + static_cast<int64_t>(thSize) > fileSize || !f.Seek(at, 0) ||
-            !f.Read(th.data(), static_cast<int>(thSize)))
-            return fail(label + " header lies outside the file");
-        const FieldReader trk(th.data(), th.size());
-        if (!trk.Equals(scptrk::kSignature, "TRK", scptrk::kSignatureLen))
-            return fail(label + " header has no TRK signature");
-        if (trk.U8(scptrk::kNumber) != t)
-            return fail(label + " header names track " + std::to_string(trk.U8(scptrk::kNumber)));
-        for (size_t r = 0; r < revs; r++) {
-            const size_t e = scptrk::kRevolutions + r * scptrk::kEntrySize;
-            const uint32_t duration = trk.U32(e + scptrk::kDuration);
-            const uint32_t count = trk.U32(e + scptrk::kCount);
-            const int64_t from = at + trk.U32(e + scptrk::kOffset);
-            if (count > kMaxFlux) return fail(label + " holds too many flux values");
-            if (from + int64_t{count} * 2 > fileSize)
-                return fail(label + " flux data lies outside the file");
-            data.resize(size_t{count} * 2);
-            if (count && (!f.Seek(from, 0) || !f.Read(data.data(), static_cast<int>(count * 2))))
-                return fail("cannot be read");
-            Intervals(data.data(), count, held[r]);
-            flux[r].intervals = held[r].data();
-            flux[r].count = held[r].size();
-            uint64_t total = 0;
-            for (uint32_t v : held[r]) total += v;
-            flux[r].length = duration ? duration : total;
-            flux[r].whole = true;
+    for (size_t from = 0; from < present.size(); from += kBatch) {
+        const size_t n = std::min(kBatch, present.size() - from);
+        for (size_t j = 0; j < n; j++) {
+            Job& job = jobs[j];
+            const unsigned t = job.t = present[from + j];
+            const int64_t at = hdr.U32(scphdr::kTrackTable + 4 * t);
+            const std::string label = "track " + std::to_string(t);
+            if (at + static_cast<int64_t>(thSize) > fileSize || !f.Seek(at, 0) ||
+                !f.Read(th.data(), static_cast<int>(thSize)))
+                return fail(label + " header lies outside the file");
+            const FieldReader trk(th.data(), th.size());
+            if (!trk.Equals(scptrk::kSignature, "TRK", scptrk::kSignatureLen))
+                return fail(label + " header has no TRK signature");
+            if (trk.U8(scptrk::kNumber) != t)
+                return fail(label + " header names track " +
+                            std::to_string(trk.U8(scptrk::kNumber)));
+            for (size_t r = 0; r < revs; r++) {
+                const size_t e = scptrk::kRevolutions + r * scptrk::kEntrySize;
+                const uint32_t count = trk.U32(e + scptrk::kCount);
+                const int64_t data = at + trk.U32(e + scptrk::kOffset);
+                if (count > kMaxFlux) return fail(label + " holds too many flux values");
+                if (data + int64_t{count} * 2 > fileSize)
+                    return fail(label + " flux data lies outside the file");
+                job.data[r].resize(size_t{count} * 2);
+                job.duration[r] = trk.U32(e + scptrk::kDuration);
+                if (count &&
+                    (!f.Seek(data, 0) || !f.Read(job.data[r].data(), static_cast<int>(count * 2))))
+                    return fail("cannot be read");
+            }
         }
-        std::string why;
-        if (!capture.AddTrack(static_cast<int>(t / 2), static_cast<int>(t % 2), flux, clockHz,
-                              &why))
-            return fail(label + ": " + why);
-        captured++;
+        trackpool::ForEach(static_cast<int>(n), 0, [&](int j) {
+            Job& job = jobs[static_cast<size_t>(j)];
+            for (size_t r = 0; r < revs; r++) {
+                Intervals(job.data[r].data(), job.data[r].size() / 2, job.held[r]);
+                uint64_t total = 0;
+                for (uint32_t v : job.held[r]) total += v;
+                job.flux[r].intervals = job.held[r].data();
+                job.flux[r].count = job.held[r].size();
+                job.flux[r].length = job.duration[r] ? job.duration[r] : total;
+                job.flux[r].whole = true;
+            }
+            job.ok = capture.AddTrack(static_cast<int>(job.t / 2), static_cast<int>(job.t % 2),
+                                      job.flux, clockHz, &job.why);
+        });
+        for (size_t j = 0; j < n; j++) {
+            if (!jobs[j].ok) return fail("track " + std::to_string(jobs[j].t) + ": " + jobs[j].why);
+            captured++;
+        }
     }
     if (captured == 0 || !capture.Build(*this)) return fail("no track holds flux");
     return true;
