@@ -159,9 +159,14 @@ bool FluxCapture::Build(ZEBDisk& disk) {
     if (!any) return false;
 
     // The rate and speed most whole revolutions of formatted tracks point to.
-    const int* votes = formattedVotes;
-    if (std::all_of(votes, votes + 4, [](int v) { return v == 0; })) votes = anyVotes;
-    const int pick = static_cast<int>(std::max_element(votes, votes + 4) - votes);
+    int formatted = 0;
+    for (int v : formattedVotes) formatted += v;
+    int pick = 0;
+    for (int i = 1; i < 4; i++) {
+        const int v = formatted ? formattedVotes[i] : anyVotes[i];
+        const int best = formatted ? formattedVotes[pick] : anyVotes[pick];
+        if (v > best) pick = i;
+    }
     const Nominal& nominal = kNominals[pick];
 
     // A 40-track disk read with single steps of an 80-track drive: its data
