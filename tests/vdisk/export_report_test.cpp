@@ -41,8 +41,6 @@ constexpr int k2HD = VDISK_2HD, k2DD = VDISK_2DD;
 const ReportCase kCases[] = {
     {"HdmKeeps77Cylinders", "r.hdm", k2HD, 80, 8, 3, nullptr,
      {"6 tracks holding 48 sectors" + kLeftOut + "HDM keeps 77 cylinders (first: track 77.0)"}, ""},
-    {"FddKeeps80Cylinders", "r.fdd", k2DD, 84, 9, 2, nullptr,
-     {"8 tracks holding 72 sectors" + kLeftOut + "FDD keeps 80 cylinders (first: track 80.0)"}, ""},
     {"NfdKeepsTracksUpTo81_0", "r.nfd", k2DD, 84, 9, 2, nullptr,
      {"5 tracks holding 45 sectors" + kLeftOut + "NFD keeps tracks up to 81.0 (first: track 81.1)"},
      ""},
