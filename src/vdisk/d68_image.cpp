@@ -283,8 +283,8 @@ int VDisk::ImportD68(const Filepath& path, int diskno) {
             why += (why.empty() ? "" : " and ") + TrackLabel(tooFull / 2, tooFull % 2) + " needs " +
                    std::to_string(tooFullBytes) + " bytes, more than the " +
                    std::to_string(k2DTrackBytes) + " of a 2D track";
-        report.Warn(std::string(path.GetPath()) + ": media byte 0x00 (2D) overridden: " + why +
-                    "; read as " + (newType == VDISK_2HD ? "2HD" : "2DD") + " with " +
+        report.Warn("media byte 0x00 (2D) overridden: " + why + "; read as " +
+                    (newType == VDISK_2HD ? "2HD" : "2DD") + " with " +
                     std::to_string(newCylinders) + " cylinders");
     }
     type = newType;
@@ -300,15 +300,15 @@ int VDisk::ImportD68(const Filepath& path, int diskno) {
         unread++;
     }
     if (unread > 0)
-        report.Warn(std::string(path.GetPath()) + ": " + std::to_string(unread) +
-                    " track(s) beyond cylinder " + std::to_string(cylinders - 1) +
+        report.Warn(std::to_string(unread) + " track(s) beyond cylinder " +
+                    std::to_string(cylinders - 1) +
                     " were not read (first: " + TrackLabel(firstUnread / 2, firstUnread % 2) + ")");
 
     const int disks = CountD68Disks(path);
     if (disks > 1)
-        report.Warn(std::string(path.GetPath()) + ": the file holds " + std::to_string(disks) +
-                    " disks; disk " + std::to_string(std::max(diskno, 1)) +
-                    " was read, the other " + std::to_string(disks - 1) + " were not");
+        report.Warn("the file holds " + std::to_string(disks) + " disks; disk " +
+                    std::to_string(std::max(diskno, 1)) + " was read, the other " +
+                    std::to_string(disks - 1) + " were not");
     return 1;
 }
 

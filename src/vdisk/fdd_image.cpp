@@ -74,8 +74,7 @@ bool Uniform(const uint8_t* p, int len) {
 
 // Tracks after the first unused one that still hold entries lie beyond the
 // geometry the table gives, so they are not read; say how many.
-void WarnTracksNotRead(const Filepath& path, Report& report, const FieldReader& r,
-                       int firstUnused) {
+void WarnTracksNotRead(Report& report, const FieldReader& r, int firstUnused) {
     if (firstUnused < 0) return;
     int count = 0;
     int first = -1;
@@ -85,9 +84,8 @@ void WarnTracksNotRead(const Filepath& path, Report& report, const FieldReader& 
         count++;
     }
     if (count == 0) return;
-    report.Warn(std::string(path.GetPath()) + ": " + std::to_string(count) +
-                " track(s) after the unused track " + std::to_string(firstUnused / 2) + "." +
-                std::to_string(firstUnused % 2) +
+    report.Warn(std::to_string(count) + " track(s) after the unused track " +
+                std::to_string(firstUnused / 2) + "." + std::to_string(firstUnused % 2) +
                 " were not read (first: " + TrackLabel(first / 2, first % 2) + ")");
 }
 
@@ -165,7 +163,7 @@ int VDisk::ImportFDD(const Filepath& path) {
                                                r.U8(e + kFddEntDeleted) ? SECT_DELETED : 0));
         }
     }
-    WarnTracksNotRead(path, report, r, firstUnused);
+    WarnTracksNotRead(report, r, firstUnused);
     return 1;
 }
 

@@ -5,7 +5,6 @@
 #include <sys/stat.h>
 
 #include <cstdio>
-#include <cstring>
 #include <fstream>
 #include <iterator>
 #include <string>
@@ -40,6 +39,16 @@ inline std::string Put(const std::string& name, const Bytes& b) {
 }
 inline FieldWriter W(Bytes& b) {
     return FieldWriter(b.data(), b.size());
+}
+// No line for "", else the one line.
+inline std::vector<std::string> Lines(const std::string& line) {
+    return line.empty() ? std::vector<std::string>{} : std::vector<std::string>{line};
+}
+// Imports disk diskno of file: read when reason is "", else refused naming the file.
+inline void ExpectImport(VDisk& d, const std::string& file, const std::string& reason,
+                         int diskno = 1) {
+    EXPECT_EQ(d.Import(PathOf(file), diskno), reason.empty() ? 1 : 0);
+    EXPECT_EQ(d.report.error, reason.empty() ? "" : file + ": " + reason);
 }
 
 // A sector with the gaps its readers give back, data 128 << n bytes unless len is given.
@@ -81,17 +90,17 @@ inline Bytes DimImage(int media, std::vector<int> present) {
     return b;
 }
 
-inline auto Key(const VSector* s) {
-    return std::tuple(!s->mfm, s->idC, s->idH, s->idR, s->idN, s->gap2, s->gap3, s->status,
-                      Bytes(s->data, s->data + s->length));
-}
 // The first sector difference between two disks, or "" (a null slot is an empty track).
 inline std::string Diff(const VDisk& a, const VDisk& b) {
+    auto key = [](const VSector* s) {
+        return std::tuple(!s->mfm, s->idC, s->idH, s->idR, s->idN, s->gap2, s->gap3, s->status,
+                          Bytes(s->data, s->data + s->length));
+    };
     for (int t = 0; t < 2 * VDisk::kMaxCylinders; t++) {
         const VTrack *ta = a.Track(t / 2, t % 2), *tb = b.Track(t / 2, t % 2);
         const VSector *x = ta ? ta->sectors : nullptr, *y = tb ? tb->sectors : nullptr;
         for (; x && y; x = x->next, y = y->next)
-            if (Key(x) != Key(y))
+            if (key(x) != key(y))
                 return "track " + std::to_string(t) + " R " + std::to_string(x->idR);
         if (x || y) return "track " + std::to_string(t) + " sector count";
     }
