@@ -286,3 +286,32 @@ TEST(KryoFluxIndex, AnIndexInsideALongFluxIsPlacedExactly) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(ScpVariants, AZeroValueCarries65536IntoTheNext) {
+    // A 200,000-unit flux (three zero values before its remainder) in the
+    // first revolution: the pulse after it lands where its time puts it.
+    Flux f = Tone(40e6);
+    const uint64_t gapStart = f.index[0] + 1600000;
+    std::vector<uint64_t> t;
+    for (uint64_t x : f.times)
+        if (x <= gapStart || x > gapStart + 200000) t.push_back(x);
+    t.push_back(gapStart + 200000);
+    std::sort(t.begin(), t.end());
+    f.times = t;
+    Spit(Scratch("long_flux.scp"), MakeScp({{0, f}}));
+    ZEBDisk z;
+    ASSERT_TRUE(z.Import(PathOf(Scratch("long_flux.scp")), 1)) << z.report.error;
+    const uint8_t* d = z.GetTrackData(0, 0);
+    // Eight samples a cell of 80 units: the gap spans samples s0 .. s1.
+    const int s0 = static_cast<int>((gapStart - f.index[0]) / 10);
+    const int s1 = static_cast<int>((gapStart + 200000 - f.index[0]) / 10);
+    auto bit = [&](int s) { return (d[s >> 3] >> (7 - (s & 7))) & 1; };
+    int edges = 0;
+    for (int s = s0 + 4; s < s1 - 2; s++) edges += bit(s) && !bit(s - 1);
+    EXPECT_EQ(edges, 0);
+    EXPECT_TRUE(bit(s1 - 1) || bit(s1) || bit(s1 + 1));
+}
+
+}  // namespace
