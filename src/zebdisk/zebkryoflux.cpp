@@ -127,7 +127,7 @@ void ParseOob(Stream& s, uint8_t type, const uint8_t* payload, size_t size, uint
 // block. Returns the bytes walked: less than the stream when it stops inside a
 // code or a block, or at an end-of-file block.
 template <class OnFlux, class OnOob>
-size_t Walk(const uint8_t* b, size_t n, OnFlux flux, OnOob oob) {
+size_t Walk(const uint8_t* b, size_t n, OnFlux&& flux, OnOob&& oob) {
     uint32_t pos = 0;  // bytes outside out-of-band blocks
     uint32_t overflow = 0;
     size_t i = 0;
@@ -188,6 +188,35 @@ size_t Walk(const uint8_t* b, size_t n, OnFlux flux, OnOob oob) {
     return i;
 }
 
+// The second pass of Parse: stores every flux and notes where each index
+// falls. Its state is its own, so the loop keeps it in registers.
+struct StoreFlux {
+    uint32_t* out;
+    const std::vector<IndexMark>* idx;
+    std::vector<Stream::At>* at;
+    size_t k = 0;                   // fluxes stored
+    size_t next = 0;                // the next index to place
+    uint64_t nextPos = UINT64_MAX;  // and its stream position
+
+    void operator()(uint32_t v, uint32_t pos, uint32_t ovl) {
+        const uint64_t value = v + (uint64_t{ovl} << 16);
+        if (pos >= nextPos) Place(pos, ovl, value);
+        out[k++] = static_cast<uint32_t>(std::min<uint64_t>(value, UINT32_MAX));
+    }
+    // The indexes at or before this flux's code fall inside it.
+    void Place(uint32_t pos, uint32_t ovl, uint64_t value) {
+        const std::vector<IndexMark>& ix = *idx;
+        for (; next < ix.size() && ix[next].streamPos <= pos; next++) {
+            const uint32_t first = pos - std::min(pos, ovl);
+            uint64_t within = ix[next].sampleCounter;
+            if (ix[next].streamPos > first)
+                within += uint64_t{std::min(ix[next].streamPos - first, ovl)} << 16;
+            at->push_back({k, std::min(within, value)});
+        }
+        nextPos = next < ix.size() ? ix[next].streamPos : UINT64_MAX;
+    }
+};
+
 // Decodes the stream into s, whose vectors are reused from file to file. The
 // first pass gathers the blocks and counts the fluxes; the second stores the
 // fluxes and places each index in time. An index falls inside the flux whose
@@ -220,31 +249,12 @@ void Parse(const std::vector<uint8_t>& bytes, Stream& s) {
               idx.end());
 
     s.flux.resize(count);
-    uint32_t* const out = s.flux.data();
-    size_t k = 0;
-    size_t next = 0;
-    // The position of the next index to place; past every flux when none is left.
-    uint64_t nextPos = idx.empty() ? UINT64_MAX : idx[0].streamPos;
-    auto place = [&](uint32_t pos, uint32_t ovl, uint64_t value) {
-        for (; next < idx.size() && idx[next].streamPos <= pos; next++) {
-            const uint32_t first = pos - std::min(pos, ovl);
-            uint64_t within = idx[next].sampleCounter;
-            if (idx[next].streamPos > first)
-                within += uint64_t{std::min(idx[next].streamPos - first, ovl)} << 16;
-            s.indexAt.push_back({k, std::min(within, value)});
-        }
-        nextPos = next < idx.size() ? idx[next].streamPos : UINT64_MAX;
-    };
-    Walk(
-        b, walked,
-        [&](uint32_t v, uint32_t pos, uint32_t ovl) {
-            const uint64_t value = v + (uint64_t{ovl} << 16);
-            if (pos >= nextPos) place(pos, ovl, value);
-            out[k++] = static_cast<uint32_t>(std::min<uint64_t>(value, UINT32_MAX));
-        },
-        [](uint8_t, const uint8_t*, size_t, uint32_t) {});
+    StoreFlux store{s.flux.data(), &idx, &s.indexAt};
+    store.nextPos = idx.empty() ? UINT64_MAX : idx[0].streamPos;
+    Walk(b, walked, store, [](uint8_t, const uint8_t*, size_t, uint32_t) {});
     // Indexes after the last flux: the counter ran on from it.
-    for (; next < idx.size(); next++) s.indexAt.push_back({k, idx[next].sampleCounter});
+    for (size_t next = store.next; next < idx.size(); next++)
+        s.indexAt.push_back({store.k, idx[next].sampleCounter});
 }
 
 // Cuts the stream into revolutions at its index marks.
