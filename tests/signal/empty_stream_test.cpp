@@ -1,10 +1,8 @@
-// Streams of no bits, as an unformatted track has: every function of the
-// signal layer gives a defined result, touches nothing it was not given and
-// divides by nothing.
+// Streams of no bits, as an unformatted track has: every function of the signal layer gives a
+// defined result, touches nothing it was not given and divides by nothing.
 #include <gtest/gtest.h>
 
 #include <functional>
-#include <string>
 #include <vector>
 
 #include "signal/alignraw.h"
@@ -14,25 +12,15 @@
 
 namespace {
 
-using Bytes = std::vector<uchar>;
-
-// Each call gets a 64-byte buffer of 0xA5 and an empty stream; want is its
-// result, and cleared says whether it zeroes the first 8 bytes it was given as
-// capacity (an output buffer of 64 bits), the rest untouched.
-struct EmptyCall {
-    const char* what;
-    std::function<int(uchar*)> call;
-    int want;
-    bool cleared;
-};
-
 const uchar kMark[16] = {0xAA, 0xAA, 0xAA, 0xAA, 0xAA, 0xAA, 0xAA, 0xAA,
                          0xAA, 0xAA, 0x44, 0x89, 0x44, 0x89, 0x44, 0x89};
 
-const EmptyCall kCalls[] = {
-    {"Raw2Encode into 64 cells", [](uchar* b) { return Raw2Encode(b, 0, b, 64); }, 0, true},
-    {"Encode2Raw into 64 samples", [](uchar* b) { return Encode2Raw(b, 0, b, 64); }, 0, true},
-    {"StrechRaw to no samples", [](uchar* b) { return StrechRaw(b, 0, 0); }, 0, false},
+// Each call gets a 64-byte buffer of 0xA5 and an empty stream: {what, call, result, whether it
+// zeroes the first 8 bytes it was given as capacity (an output of 64 bits), the rest untouched}.
+const std::tuple<const char*, std::function<int(uchar*)>, int, bool> kCalls[] = {
+    {"Raw2Encode", [](uchar* b) { return Raw2Encode(b, 0, b, 64); }, 0, true},
+    {"Encode2Raw", [](uchar* b) { return Encode2Raw(b, 0, b, 64); }, 0, true},
+    {"StrechRaw", [](uchar* b) { return StrechRaw(b, 0, 0); }, 0, false},
     {"AlignRaw", [](uchar* b) { return AlignRaw(b, 0); }, 0, false},
     {"BfFind of a mark", [](uchar* b) { return BfFind(b, 0, 0, 0, kMark, 128); }, -1, false},
     {"BfFind of 12 bits", [](uchar* b) { return BfFind(b, 0, 0, 64, kMark, 12); }, -1, false},
@@ -41,21 +29,20 @@ const EmptyCall kCalls[] = {
     {"BfSetBit", [](uchar* b) { return BfSetBit(b, 0, 3), 0; }, 0, false},
     {"BfFold", [](uchar*) { return BfFold(-9, 0); }, 0, false},
     {"Enc2RawPosMulti",
-     [](uchar* b) {
+     [](uchar* b) {  // the positions left as they were
          int pos[2] = {5, 9};
          const int n = Enc2RawPosMulti(b, 0, pos, 2);
-         return pos[0] == 5 && pos[1] == 9 ? n : -99;  // positions left as they were
+         return pos[0] == 5 && pos[1] == 9 ? n : -99;
      },
      0, false},
 };
 
 TEST(EmptyStream, EverySignalFunctionHasADefinedResult) {
-    for (const EmptyCall& k : kCalls) {
-        SCOPED_TRACE(k.what);
-        Bytes buf(64, 0xA5);
-        EXPECT_EQ(k.call(buf.data()), k.want);
+    for (const auto& [what, call, want, cleared] : kCalls) {
+        std::vector<uchar> buf(64, 0xA5);
+        EXPECT_EQ(call(buf.data()), want) << what;
         for (size_t i = 0; i < buf.size(); i++)
-            ASSERT_EQ(buf[i], k.cleared && i < 8 ? 0 : 0xA5) << i;
+            ASSERT_EQ(buf[i], cleared && i < 8 ? 0 : 0xA5) << what << i;
     }
 }
 

@@ -138,12 +138,15 @@ TEST(Decoder, EmptyOrMarklessStreamIsUnformatted) {
     dectest::StreamBuilder index;  // an index mark and gap, no sector
     index.MfmHeader();
     std::vector<uint8_t> zeros(1000, 0), header = index.Bytes();
-    // raw, length, header or zeros
-    const int rows[][3] = {{0, 0, 0}, {1, 0, 0}, {0, 8000, 0}, {1, 8000, 0}, {0, index.Pos(), 1}};
+    // raw, length, header or zeros, controller mode
+    const int rows[][4] = {{0, 0, 0, 0},    {1, 0, 0, 0},    {0, 0, 0, 1},          {1, 0, 0, 1},
+                           {0, 8000, 0, 0}, {1, 8000, 0, 0}, {0, index.Pos(), 1, 0}};
     for (const auto& row : rows) {
         VTrack t;
-        t.Decode(row[0], (row[2] ? header : zeros).data(), row[1], 0);
-        EXPECT_TRUE(t.flags == TRK_UNFORMATTED && !t.sectors) << row[0] << " " << row[1];
+        t.Decode(row[0], (row[2] ? header : zeros).data(), row[1], row[3]);
+        EXPECT_TRUE(t.flags == TRK_UNFORMATTED && !t.sectors &&
+                    t.encLen == row[1] / (row[0] ? 8 : 1))
+            << row[0] << " " << row[1] << " " << row[3];
     }
 }
 

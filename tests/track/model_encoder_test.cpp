@@ -92,6 +92,8 @@ TEST(Encoder, WritesOnlyItsLength) {
             t.AddSector(dectest::NewSector(mfm, 1, 2, 512, 1000000, 84));
             const int len = raw ? 800000 : 100000;
             buf.assign(static_cast<size_t>(raw ? len : len / 8) + 64, 0x5A);
+            EXPECT_EQ(t.Encode(raw, buf.data(), 0), 0);  // nothing into no cells
+            EXPECT_EQ(std::count(buf.begin(), buf.end(), 0x5A), std::ssize(buf));
             EXPECT_EQ(t.Encode(raw, buf.data(), len), len);
             EXPECT_EQ(std::count(buf.end() - 64, buf.end(), 0x5A), 64);
             t.Cleanup();

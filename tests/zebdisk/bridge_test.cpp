@@ -42,14 +42,6 @@ TEST(Bridge, MediumRpmNameAndProtectionBothWays) {
     }
 }
 
-// Every track 64 bytes a side except the first.
-Bytes Uniform(int tracks, int bitRate, int firstPerSide) {
-    std::vector<Bytes> sides[2];
-    for (int c = 0; c < tracks; c++)
-        for (auto& s : sides) s.push_back(dectest::Pattern(c ? 64 : firstPerSide, c));
-    return MakeHfe(bitRate, sides);
-}
-
 TEST(HfeExport, HeaderAndTrackListByteByByte) {
     for (const auto& [type, rpm, wp, cyls, bitRate, mode, length] :
          {std::tuple{ZEB_2HD, 360, 0, 84, 500, 1, 41666},
@@ -109,7 +101,10 @@ TEST(HfeImport, MediumAndRpmFromTrackCountBitRateAndFirstLength) {
           {43, 250, 11363, ZEB_2DD, 500, 360}, {43, 250, 11364, ZEB_2DD, 500, 300},
           {80, 500, 25000, ZEB_2HD, 1000, 300}, {84, 300, 20833, ZEB_2HD, 1000, 360}}) {
         // clang-format on
-        Spit("hfe_medium.hfe", Uniform(tracks, bitRate, firstPerSide));
+        std::vector<Bytes> sides[2];  // every track 64 bytes a side except the first
+        for (int c = 0; c < tracks; c++)
+            for (auto& s : sides) s.push_back(dectest::Pattern(c ? 64 : firstPerSide, c));
+        Spit("hfe_medium.hfe", MakeHfe(bitRate, sides));
         ZEBDisk d;
         ASSERT_TRUE(d.Import(PathOf("hfe_medium.hfe"), 1));
         EXPECT_EQ(std::tuple(d.Type(), d.Rate(), d.Rpm(), d.GetTrackLen(0, 1)),
