@@ -422,5 +422,11 @@ bool ZEBDisk::ImportKryoFlux(const Filepath& path) {
         report.Warn(shortName + ": " + std::to_string(capture.PartialTracks()) +
                     " track(s) without a whole revolution");
     if (!capture.Build(*this)) return report.Fail(shortName + ": no track holds flux");
+    // The set is its folder: the disk takes the folder's name.
+    std::string folder = path.dir;
+    while (!folder.empty() && folder.back() == '/') folder.pop_back();
+    const size_t slash = folder.find_last_of('/');
+    folder = slash == std::string::npos ? folder : folder.substr(slash + 1);
+    SetName(folder.empty() || folder == "." ? shortName.c_str() : folder.c_str());
     return true;
 }

@@ -199,5 +199,6 @@ bool ZEBDisk::ImportSCP(const Filepath& path) {
         }
     }
     if (captured == 0 || !capture.Build(*this)) return fail("no track holds flux");
+    SetName(name.c_str());
     return true;
 }

@@ -116,6 +116,8 @@ TEST(ScpVariants, FooterAndUpperCaseExtensionAreRead) {
     ASSERT_TRUE(z.Import(PathOf(Scratch("footer.SCP")), 1)) << z.report.error;
     EXPECT_TRUE(z.report.warnings.empty());
     EXPECT_EQ(z.Type(), ZEB_RAW);
+    char name[zebhdr::kNameLen];
+    EXPECT_STREQ(z.GetName(name), "footer.SCP");
 }
 
 TEST(ScpVariants, CaptureStartingAndEndingAnywhere) {

@@ -25,6 +25,8 @@ TEST(RealCapture, KryoFluxSetDecodesToItsSectorImage) {
     EXPECT_EQ(z.Rate(), 4000);
     EXPECT_EQ(z.Rpm(), 300);
     EXPECT_EQ(z.Cylinders(), 42);
+    char name[zebhdr::kNameLen];
+    EXPECT_STREQ(z.GetName(name), "pc-sector-test-360k-kryoflux");  // the set's folder
 
     const std::string out = fluxtest::Scratch("real_360k.2d");
     ASSERT_TRUE(z.Export(fluxtest::PathOf(out), 0));
