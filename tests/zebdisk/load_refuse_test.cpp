@@ -69,6 +69,10 @@ Bytes Image(const Layout& z) {
     return z.version ? f : MakeHfe(250, sides);
 }
 
+void PrintTo(const Layout& z, std::ostream* os) {
+    *os << (z.version ? "ZEB version " + std::to_string(z.version) : std::string("HFE"));
+}
+
 int Mixed(int c, int h) {  // raw samples: unformatted, short, or a sector
     return (c * 2 + h) % 5 == 0 ? 0 : (c * 2 + h) % 2 ? 12000 : 80000;
 }
