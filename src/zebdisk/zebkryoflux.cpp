@@ -59,7 +59,7 @@ constexpr size_t kSize = 8;
 // 18,432,000 x 73 / 14 / 2 Hz unless the stream names its own clock.
 constexpr double kDefaultSampleClock = 18432000.0 * 73.0 / 14.0 / 2.0;
 // A stream file is a few revolutions of one track; anything far larger is not one.
-constexpr int64_t kMaxStreamFile = 16 << 20;
+constexpr int64_t kMaxStreamFile = 8 << 20;
 // More revolutions than this add nothing but time.
 constexpr size_t kMaxRevolutions = 16;
 
