@@ -108,6 +108,7 @@ bool AtomicFile::Create(const Filepath& destination) {
         }
         fd = f;
         pos = 0;
+        BufferWrites();
         temp = std::move(name);
         if (exists) {
             // Owner first (only possible for a privileged user), then the mode,
@@ -130,6 +131,10 @@ bool AtomicFile::Create(const Filepath& destination) {
 bool AtomicFile::Commit() {
     if (fd < 0) {
         if (!lastError) lastError = EBADF;
+        return false;
+    }
+    if (!Flush()) {
+        Discard();
         return false;
     }
     if (direct) {
@@ -170,6 +175,7 @@ bool AtomicFile::Commit() {
 }
 
 void AtomicFile::Discard() {
+    DropBuffered();
     Close();
     if (!temp.empty()) {
         unlink(temp.c_str());

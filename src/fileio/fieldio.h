@@ -10,8 +10,7 @@
 
 class FieldReader {
 public:
-    FieldReader(const void* data, size_t size)
-        : p_(static_cast<const uint8_t*>(data)), n_(size) {}
+    FieldReader(const void* data, size_t size) : p_(static_cast<const uint8_t*>(data)), n_(size) {}
 
     bool Has(size_t off, size_t len) const { return off <= n_ && len <= n_ - off; }
     bool ok() const { return ok_; }

@@ -155,8 +155,38 @@ bool Fileio::ReadAhead(uint8_t* p, int size) {
 }
 
 bool Fileio::Write(const void* buffer, int size) {
+    if (writeBuffered_) return WriteBehind(static_cast<const uint8_t*>(buffer), size);
     return TransferAll(fd, static_cast<const uint8_t*>(buffer), size, &pos, &lastError,
                        [](int d, const uint8_t* p, size_t n) { return write(d, p, n); });
+}
+
+bool Fileio::WriteBehind(const uint8_t* p, int size) {
+    if (fd < 0 || size < 0 || (size > 0 && !p)) {
+        lastError = EBADF;
+        return false;
+    }
+    const size_t n = static_cast<size_t>(size);
+    // Large pieces go out at once, after what is held; small ones wait for room.
+    if ((n >= kDirect || behindLen_ + n > kAhead) && !Flush()) return false;
+    if (n >= kDirect) {
+        return TransferAll(fd, p, size, &pos, &lastError,
+                           [](int d, const uint8_t* q, size_t m) { return write(d, q, m); });
+    }
+    if (!behind_) behind_ = std::make_unique_for_overwrite<uint8_t[]>(kAhead);
+    std::memcpy(behind_.get() + behindLen_, p, n);
+    behindLen_ += n;
+    pos += size;
+    return true;
+}
+
+bool Fileio::Flush() {
+    if (behindLen_ == 0) return true;
+    // pos already counts the held bytes.
+    int64_t at = pos - static_cast<int64_t>(behindLen_);
+    const int size = static_cast<int>(behindLen_);
+    behindLen_ = 0;
+    return TransferAll(fd, behind_.get(), size, &at, &lastError,
+                       [](int d, const uint8_t* q, size_t m) { return write(d, q, m); });
 }
 
 bool Fileio::Seek(int64_t offset, int relative) {
@@ -164,6 +194,7 @@ bool Fileio::Seek(int64_t offset, int relative) {
     if (relative && __builtin_add_overflow(pos, offset, &target)) return false;
     if (target == pos) return true;
     if (fd < 0 || target < 0) return false;
+    if (!Flush()) return false;
     // Buffered reads say where they read: the position is all there is to move.
     if (buffered_) {
         pos = target;
@@ -179,18 +210,23 @@ bool Fileio::Seek(int64_t offset, int relative) {
 }
 
 int64_t Fileio::GetFileSize() {
-    if (fd < 0) return 0;
+    if (fd < 0 || !Flush()) return 0;
     off_t end = lseek(fd, 0, SEEK_END);
     if (lseek(fd, static_cast<off_t>(pos), SEEK_SET) < 0 || end < 0) return 0;
     return end;
 }
 
 void Fileio::Close() {
-    if (fd >= 0) close(fd);
+    if (fd >= 0) {
+        Flush();
+        close(fd);
+    }
     fd = -1;
     pos = 0;
     buffered_ = false;
     aheadLen_ = 0;
+    writeBuffered_ = false;
+    behindLen_ = 0;
 }
 
 bool Fileio::Load(const Filepath& path, void* buffer, int size) {

@@ -42,6 +42,18 @@ public:
     // only because the file ended.
     int lastError;
 
+    // Writes the bytes that buffered writes still hold; false (with lastError)
+    // when the file refuses them. Close flushes too.
+    bool Flush();
+
+protected:
+    // From here on, small writes are gathered in a buffer and reach the file
+    // in large pieces: at Flush, Close, Seek or GetFileSize, or when the buffer
+    // is full. A failed write then shows at that point.
+    void BufferWrites() { writeBuffered_ = true; }
+    // Forgets the bytes that buffered writes still hold.
+    void DropBuffered() { behindLen_ = 0; }
+
 private:
     // A regular file opened for reading is read through a read-ahead buffer:
     // the image readers take it a few bytes at a time (a header, then a
@@ -51,7 +63,11 @@ private:
     static constexpr size_t kAhead = 64 * 1024;
     static constexpr size_t kDirect = 16 * 1024;
     bool ReadAhead(uint8_t* p, int size);
+    bool WriteBehind(const uint8_t* p, int size);
     bool buffered_ = false;
+    bool writeBuffered_ = false;
+    std::unique_ptr<uint8_t[]> behind_;
+    size_t behindLen_ = 0;
     std::unique_ptr<uint8_t[]> ahead_;
     int64_t aheadAt_ = 0;  // file offset of ahead_[0]
     size_t aheadLen_ = 0;

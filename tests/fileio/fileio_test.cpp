@@ -1,5 +1,7 @@
 #include "fileio/fileio.h"
 
+#include "fileio/atomicfile.h"
+
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -135,6 +137,33 @@ TEST(Fileio, PieceByPieceReadsGiveTheFileAsItIs) {
     EXPECT_EQ(f.lastError, 0);
     EXPECT_EQ(std::string(tail, 4), data.substr(199996));
     EXPECT_FALSE(f.Seek(0, 0) && f.Read(tail, -1));
+}
+
+// A whole-file write gathers small pieces; large ones, seeks and the commit
+// put everything in the file in the order it was written.
+TEST(Fileio, GatheredWritesLandInOrder) {
+    std::string want;
+    Filepath p;
+    p.SetPath("fio_gather.bin");
+    AtomicFile f;
+    ASSERT_TRUE(f.Create(p));
+    for (const size_t n : {size_t{16}, size_t{3}, size_t{20000}, size_t{700}, size_t{65536},
+                           size_t{1}, size_t{70000}, size_t{9}}) {
+        std::string piece(n, static_cast<char>('a' + want.size() % 26));
+        ASSERT_TRUE(f.Write(piece.data(), static_cast<int>(n)));
+        want += piece;
+        EXPECT_EQ(f.GetFilePos(), static_cast<int64_t>(want.size()));
+    }
+    ASSERT_TRUE(f.Seek(5, 0));  // back over bytes still held, then on
+    ASSERT_TRUE(f.Write("XYZ", 3));
+    want.replace(5, 3, "XYZ");
+    ASSERT_TRUE(f.Seek(static_cast<int64_t>(want.size()), 0));
+    ASSERT_TRUE(f.Write("end", 3));
+    want += "end";
+    EXPECT_EQ(f.GetFileSize(), static_cast<int64_t>(want.size()));
+    ASSERT_TRUE(f.Commit());
+    std::ifstream in("fio_gather.bin", std::ios::binary);
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), want);
 }
 
 TEST(Fileio, ReadLineKeepsNewlineAndCutsLongLines) {
