@@ -127,11 +127,9 @@ bool FluxCapture::AddTrack(int cylinder, int head, const std::vector<FluxRevolut
     return true;
 }
 
-int FluxCapture::PartialTracks() const {
-    int n = 0;
-    for (const auto& cylinder : tracks_)
-        for (const Track& t : cylinder) n += t.partial;
-    return n;
+bool FluxCapture::Partial(int cylinder, int head) const {
+    if (cylinder < 0 || cylinder >= kMaxCylinders || head < 0 || head > 1) return false;
+    return tracks_[cylinder][head].partial;
 }
 
 bool FluxCapture::Build(ZEBDisk& disk) {

@@ -34,8 +34,8 @@ public:
     // Makes the disk from every track added; false when nothing was.
     bool Build(ZEBDisk& disk);
 
-    // How many tracks added had no revolution from index to index.
-    int PartialTracks() const;
+    // True when the track was added without a revolution from index to index.
+    bool Partial(int cylinder, int head) const;
 
 private:
     struct Track {

@@ -333,6 +333,20 @@ bool SplitStreamName(const char* fname, std::string* prefix) {
     return true;
 }
 
+// A kind of trouble met in the set: how often, and the first track it hit.
+struct Tally {
+    int count = 0, c = 0, h = 0;
+    void Add(int cylinder, int head) {
+        if (!count++) c = cylinder, h = head;
+    }
+};
+
+// "2 streams end early (first: track 5.1)", singular for one.
+std::string Counted(const Tally& t, const char* one, const char* many, const char* rest) {
+    return std::to_string(t.count) + " " + (t.count == 1 ? one : many) + rest + " (first: track " +
+           std::to_string(t.c) + "." + std::to_string(t.h) + ")";
+}
+
 }  // namespace
 
 bool ZEBDisk::ImportKryoFlux(const Filepath& path) {
@@ -372,7 +386,8 @@ bool ZEBDisk::ImportKryoFlux(const Filepath& path) {
     constexpr size_t kBatch = 4;
     std::vector<Job> jobs(kBatch);
     FluxCapture capture;
-    int found = 0, first = -1, last = -1, cutShort = 0, readErrors = 0, lost = 0;
+    int found = 0, first = -1, last = -1;
+    Tally cutShort, readErrors, lost;
     bool sideUsed[2] = {};
     for (size_t from = 0; from < sides.size(); from += kBatch) {
         const size_t n = std::min(kBatch, sides.size() - from);
@@ -394,9 +409,9 @@ bool ZEBDisk::ImportKryoFlux(const Filepath& path) {
             const Stream& st = jobs[j].stream;
             const Side& side = sides[from + j];
             if (!jobs[j].ok) return report.Fail(side.base + ": " + jobs[j].why);
-            if (st.cut || !st.ended) cutShort++;
-            if (st.result != 0) readErrors++;
-            if (st.posMismatch) lost++;
+            if (st.cut || !st.ended) cutShort.Add(side.c, side.h);
+            if (st.result != 0) readErrors.Add(side.c, side.h);
+            if (st.posMismatch) lost.Add(side.c, side.h);
             found++;
             sideUsed[side.h] = true;
             if (first < 0) first = side.c;
@@ -405,22 +420,22 @@ bool ZEBDisk::ImportKryoFlux(const Filepath& path) {
     }
     if (found == 0) return report.Fail(shortName + ": no stream file of the set can be read");
 
-    int gaps = 0;
+    Tally gaps;
     for (int c = first; c <= last; c++)
         for (int h = 0; h < 2; h++)
-            if (sideUsed[h] && missing[c][h]) gaps++;
-    if (gaps)
-        report.Warn(shortName + ": " + std::to_string(gaps) +
-                    " track(s) missing from the set, left blank");
-    if (cutShort) report.Warn(shortName + ": " + std::to_string(cutShort) + " stream(s) end early");
-    if (readErrors)
-        report.Warn(shortName + ": " + std::to_string(readErrors) +
-                    " stream(s) report a capture error");
-    if (lost)
-        report.Warn(shortName + ": " + std::to_string(lost) + " stream(s) lost data in transfer");
-    if (capture.PartialTracks())
-        report.Warn(shortName + ": " + std::to_string(capture.PartialTracks()) +
-                    " track(s) without a whole revolution");
+            if (sideUsed[h] && missing[c][h]) gaps.Add(c, h);
+    Tally partial;
+    for (const Side& side : sides)
+        if (capture.Partial(side.c, side.h)) partial.Add(side.c, side.h);
+    if (gaps.count)
+        report.Warn(Counted(gaps, "track is", "tracks are", " missing from the set, left blank"));
+    if (cutShort.count) report.Warn(Counted(cutShort, "stream ends", "streams end", " early"));
+    if (readErrors.count)
+        report.Warn(Counted(readErrors, "stream reports", "streams report", " a capture error"));
+    if (lost.count) report.Warn(Counted(lost, "stream lost", "streams lost", " data in transfer"));
+    if (partial.count)
+        report.Warn(Counted(partial, "track holds", "tracks hold",
+                            " no whole revolution and keeps what was captured"));
     if (!capture.Build(*this)) return report.Fail(shortName + ": no track holds flux");
     // The set is its folder: the disk takes the folder's name.
     std::string folder = path.dir;

@@ -2,6 +2,7 @@
 // header with one entry a revolution and the flux values as 16-bit big-endian
 // times since the previous transition.
 #include <algorithm>
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -117,7 +118,12 @@ bool ZEBDisk::ImportSCP(const Filepath& path) {
     const uint32_t expected = hdr.U32(scphdr::kChecksum);
     if (!ChecksumMatches(f, expected, &sum)) {
         if (f.GetFilePos() != fileSize) return fail("cannot be read");
-        report.Warn(name + ": checksum mismatch");
+        char text[96];
+        std::snprintf(
+            text, sizeof text,
+            "checksum mismatch: the header says 0x%08X, the bytes sum to 0x%08X; read anyway",
+            static_cast<unsigned>(expected), static_cast<unsigned>(sum));
+        report.Warn(text);
     }
 
     const size_t revs = std::min<size_t>(revolutions, kMaxRevolutions);

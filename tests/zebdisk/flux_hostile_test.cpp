@@ -174,7 +174,7 @@ const HostileSet kSets[] = {
     {"NotAStreamName", [](const std::string& d) { return Write(d, "disk.raw", MakeStream(Tone(kSck))); },
      "not a stream file name of the form trackNN.S.raw", nullptr},
     {"EmptyStream", [](const std::string& d) { return Write(d, "track00.0.raw", {}); },
-     "no track holds flux", "end early"},
+     "no track holds flux", "1 stream ends early"},
     {"OnlyBlocks", [](const std::string& d) {
          Bytes b;
          Oob(b, 2, Le32({0, 0, 0}));
@@ -191,36 +191,36 @@ const HostileSet kSets[] = {
          b.insert(b.end(), {0x0C, 0x01});  // a Flux3 code without its last byte
          return Write(d, "track00.0.raw", b);
      },
-     nullptr, "1 stream(s) end early"},
+     nullptr, "1 stream ends early (first: track 0.0)"},
     {"CutInTheFirstRevolution",
      [](const std::string& d) {
          StreamOptions o;
          o.cutAt = 60000;
          return Write(d, "track00.0.raw", MakeStream(Tone(kSck), o));
      },
-     nullptr, "1 stream(s) end early"},
+     nullptr, "1 stream ends early (first: track 0.0)"},
     {"BlockRunsPastTheEnd", [](const std::string& d) {
          Bytes b = MakeStream(Tone(kSck));
          b.resize(b.size() - 4);  // the end-of-file block
          Oob(b, 4, {});
          b[b.size() - 2] = 0xFF, b[b.size() - 1] = 0xFF;
          return Write(d, "track00.0.raw", b); },
-     nullptr, "1 stream(s) end early"},
+     nullptr, "1 stream ends early (first: track 0.0)"},
     {"NoIndexAtAll", [](const std::string& d) {
          Flux f = Tone(kSck);
          f.index.clear();
          return Write(d, "track00.0.raw", MakeStream(f)); },
-     nullptr, "1 track(s) without a whole revolution"},
+     nullptr, "1 track holds no whole revolution"},
     {"CaptureError", [](const std::string& d) {
          Bytes b = MakeStream(Tone(kSck));
          b[b.size() - 4 - 4] = 1;  // result of the stream end block
          return Write(d, "track00.0.raw", b); },
-     nullptr, "1 stream(s) report a capture error"},
+     nullptr, "1 stream reports a capture error (first: track 0.0)"},
     {"MissingTrack", [](const std::string& d) {
          Write(d, "track00.0.raw", MakeStream(Tone(kSck)));
          Write(d, "track02.0.raw", MakeStream(Tone(kSck)));
          return std::string("track02.0.raw"); },
-     nullptr, "1 track(s) missing from the set"},
+     nullptr, "1 track is missing from the set, left blank (first: track 1.0)"},
     {"UpperCaseNames", [](const std::string& d) {
          Write(d, "TRACK00.0.RAW", MakeStream(Tone(kSck)));
          return std::string("TRACK00.0.RAW"); },
