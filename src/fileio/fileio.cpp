@@ -113,6 +113,21 @@ bool Fileio::Read(void* buffer, int size) {
                        [](int d, uint8_t* p, size_t n) { return read(d, p, n); });
 }
 
+bool Fileio::ReadAt(void* buffer, int size, int64_t offset) const {
+    if (fd < 0 || size < 0 || offset < 0 || (size > 0 && !buffer)) return false;
+    auto* p = static_cast<uint8_t*>(buffer);
+    size_t left = static_cast<size_t>(size);
+    while (left > 0) {
+        const ssize_t n = pread(fd, p, left, static_cast<off_t>(offset));
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return false;
+        p += n;
+        left -= static_cast<size_t>(n);
+        offset += n;
+    }
+    return true;
+}
+
 bool Fileio::ReadAhead(uint8_t* p, int size) {
     if (fd < 0 || size < 0 || (size > 0 && !p)) {
         lastError = EBADF;

@@ -19,6 +19,10 @@ public:
     bool Open(const char* fname, OpenMode mode);
     bool Open(const Filepath& path, OpenMode mode);
     bool Read(void* buffer, int size);
+    // size bytes from offset, without moving the position; several threads may
+    // read one file at once this way. False on any error or a short read
+    // (lastError is left alone).
+    bool ReadAt(void* buffer, int size, int64_t offset) const;
     bool Write(const void* buffer, int size);
     bool Seek(int64_t offset, int relative);
     int64_t GetFileSize();

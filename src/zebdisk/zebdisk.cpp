@@ -277,13 +277,28 @@ bool ZEBDisk::Load(const Filepath& path, int align) {
     const int64_t dataBytes = block - kRecordHeader;
     const int64_t v1Bits = int64_t{HeaderInt(zebhdr::kTrackLenV1)} * 8;
 
+    // Version 2 and 3 records lie one after another: each is read by its own
+    // worker, and the checks below take them in track order. A record that
+    // could not be read so is read again below, which says why it fails.
+    const int64_t first = f.GetFilePos();
+    std::vector<uint8_t> fetched(static_cast<size_t>(cyls * heads), 0);
+    if (version != 1) {
+        trackpool::ForEach(static_cast<int>(cyls * heads), workers, [&](int i) {
+            TrackRecord rec(static_cast<size_t>(block));
+            if (!f.ReadAt(rec.data(), static_cast<int>(block), first + i * block)) return;
+            track[i / heads * 2 + i % heads] = std::move(rec);
+            fetched[static_cast<size_t>(i)] = 1;
+        });
+    }
     for (int c = 0; c < cyls; c++) {
         for (int h = 0; h < heads; h++) {
             const int slot = c * 2 + h;
             TrackRecord& rec = track[slot];
             const int64_t at = f.GetFilePos();
             bool ok;
-            if (version == 1) {
+            if (version != 1 && fetched[static_cast<size_t>(c * heads + h)]) {
+                ok = f.Seek(at + block, 0);
+            } else if (version == 1) {
                 // Data first, then 16 bytes that are not used.
                 NewRecord(slot, static_cast<int>(block), c, h, 0);
                 SetRecordInt(slot, zebrec::kBitLength, HeaderInt(zebhdr::kTrackLenV1));

@@ -166,6 +166,26 @@ TEST(Fileio, GatheredWritesLandInOrder) {
     EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), want);
 }
 
+// Reads at an offset leave the position alone and refuse what the file does
+// not hold.
+TEST(Fileio, ReadAtLeavesThePosition) {
+    Spit("fio_at.bin", "0123456789");
+    Fileio f;
+    char buf[8] = {};
+    EXPECT_FALSE(f.ReadAt(buf, 1, 0));  // no file
+    ASSERT_TRUE(f.Open("fio_at.bin", Fileio::ReadOnly) && f.Seek(2, 0));
+    const std::tuple<int64_t, int, bool, const char*> rows[] = {
+        {0, 3, true, "012"}, {7, 3, true, "789"}, {8, 3, false, ""},
+        {-1, 1, false, ""},  {4, 0, true, ""},
+    };
+    for (const auto& [at, n, ok, want] : rows) {
+        char got[4] = {};
+        EXPECT_EQ(f.ReadAt(got, n, at), ok) << at;
+        EXPECT_STREQ(ok ? got : "", want) << at;
+        EXPECT_EQ(f.GetFilePos(), 2) << at;
+    }
+}
+
 TEST(Fileio, ReadLineKeepsNewlineAndCutsLongLines) {
     Spit("fio_lines.bin", "first\nsecond line\nend");
     Fileio f;
