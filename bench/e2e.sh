@@ -79,6 +79,8 @@ for s in "${SECTOR[@]}"; do
 done
 "$ZEBCONV" -i disk.hdm -o raw.zeb -f raw >/dev/null 2>&1
 
+# The machine's cores and load, since other programs change the figures.
+echo "$(nproc 2>/dev/null || echo ?) cores; load average $(cut -d' ' -f1-3 /proc/loadavg 2>/dev/null || echo ?); $RUNS runs each"
 printf '%-22s %8s %8s %8s %6s %9s %6s %9s %10s %10s\n' conversion ms "cpu ms" "cp ms" ratio "cp+fsync" ratio "peak MiB" "files MiB" "limit MiB"
 row() {
     local name=$1 src=$2 dst=$3
