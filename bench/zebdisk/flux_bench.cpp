@@ -10,7 +10,6 @@
 #include <cstdio>
 #include <filesystem>
 #include <map>
-#include <memory>
 #include <string>
 
 #include "zebdisk/flux_builder.h"
@@ -45,24 +44,17 @@ void Prepare() {
     v.Init(VDISK_2HD, 80, 2);
     for (int c = 0; c < 80; c++)
         for (int h = 0; h < 2; h++) AddTrack(v, c, h, 1, 18, 2);
-    auto enc = std::make_unique<Encoded>();
-    if (!Encode(v, g_dir + "/orig.d88", enc.get())) {
+    Shape s;
+    s.cellSeconds = 1e-6;
+    s.speed = 1.01;
+    const std::map<int, Flux> kf = Capture(v, g_dir + "/orig.d88", s);
+    s.clockHz = 40e6;
+    const std::map<int, Flux> scp = Capture(v, g_dir + "/orig.d88", s);
+    if (kf.size() != 160 || scp.size() != 160) {
         std::fprintf(stderr, "could not encode the sample disk in %s\n", g_dir.c_str());
         std::exit(1);
     }
-    std::map<int, Flux> scp;
-    for (int slot = 0; slot < 160; slot++) {
-        Shape s;
-        s.cellSeconds = 1e-6;
-        s.speed = 1.01;
-        s.seed = static_cast<uint32_t>(slot + 1);
-        const Flux kf = CellsToFlux(enc->cells[slot].data(), enc->bits[slot], s);
-        char name[40];
-        std::snprintf(name, sizeof name, "/set/track%02d.%d.raw", slot / 2, slot % 2);
-        Spit(g_dir + name, MakeStream(kf));
-        s.clockHz = 40e6;
-        scp[slot] = CellsToFlux(enc->cells[slot].data(), enc->bits[slot], s);
-    }
+    for (const auto& [number, f] : kf) Spit(StreamName(g_dir + "/set", number), MakeStream(f));
     Spit(g_dir + "/hd.scp", MakeScp(scp));
 }
 

@@ -36,9 +36,13 @@ const char* const kFormats[] = {"zeb", "hfe", "xdf", "hdm", "2hd", "dup", "img",
 class FullDisk : public ::testing::TestWithParam<const char*> {};
 
 TEST_P(FullDisk, InPlaceConversionLeavesTheSourceWhole) {
-    const std::string ext = GetParam(), d = "fulldisk_" + ext, src = d + "/src." + ext;
-    fs::remove_all(d);
-    fs::create_directory(d);
+    // Cases run side by side: each keeps every file in a folder named after
+    // it, the source alone in its own folder below, the tool's output and the
+    // base image beside that.
+    const std::string ext = GetParam(), root = "full_disk_in_place_" + ext, d = root + "/dest";
+    const std::string src = d + "/src." + ext, base = root + "/base.hdm";
+    fs::remove_all(root);
+    fs::create_directories(d);
     // Plain images of their own sizes; every other format from a 77 x 8 x 1,024 one.
     const std::set<std::string> plain = {"2hc", "2hq", "2dd"};
     const size_t size = ext == "2hc"   ? 1228800
@@ -48,14 +52,13 @@ TEST_P(FullDisk, InPlaceConversionLeavesTheSourceWhole) {
     std::string bytes(size, '\0');
     std::mt19937 rng(static_cast<unsigned>(size));
     for (char& c : bytes) c = static_cast<char>(rng());
-    Spit(plain.count(ext) ? src : d + "/base.hdm", bytes);
+    Spit(plain.count(ext) ? src : base, bytes);
     if (!plain.count(ext)) {
-        ASSERT_EQ(Limited("-i " + d + "/base.hdm -o " + src, 0, d + "/make").status, 0);
-        fs::remove(d + "/base.hdm");
+        ASSERT_EQ(Limited("-i " + base + " -o " + src, 0, root + "/make").status, 0);
     }
     const std::string before = Slurp(src);
     const std::set<std::string> files = Entries(d);
-    const ToolRun r = Limited("-i " + src + " -o " + src, before.size() / 1024, d);
+    const ToolRun r = Limited("-i " + src + " -o " + src, before.size() / 1024, root + "/full");
     EXPECT_EQ(r.status, 14);
     EXPECT_EQ(r.err, "Error : cannot write " + src + ": File too large\nResult             : " +
                          (ext == "zeb" ? "Save failed\n" : "Export failed\n"));

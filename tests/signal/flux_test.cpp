@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <map>
 #include <random>
 #include <string>
 #include <vector>
@@ -36,15 +37,14 @@ U32s Intervals(std::vector<int> cells, double cellClocks, double jitter, int n, 
 struct CellCase {
     const char* name;
     std::vector<int> pattern;
-    double cellClocks;
-    double clockHz;
-    double jitter;
+    double cellClocks, clockHz, jitter;
     int count;
     double want;  // 0: no cell time can be seen
+    friend void PrintTo(const CellCase& c, std::ostream* os) { *os << c.name; }
 };
 
-void PrintTo(const CellCase& c, std::ostream* os) {
-    *os << c.name;
+constexpr uint64_t Cell(double clocks) {
+    return static_cast<uint64_t>(clocks * (1 << kCellTimeShift));
 }
 
 class CellTime : public testing::TestWithParam<CellCase> {};
@@ -72,116 +72,85 @@ const CellCase kCellCases[] = {
 };
 // clang-format on
 
-std::string CellName(const testing::TestParamInfo<CellCase>& info) {
-    return info.param.name;
-}
-INSTANTIATE_TEST_SUITE_P(Flux, CellTime, testing::ValuesIn(kCellCases), CellName);
+INSTANTIATE_TEST_SUITE_P(Flux, CellTime, testing::ValuesIn(kCellCases),
+                         [](const auto& row) { return std::string(row.param.name); });
 
-constexpr uint64_t Cell(double clocks) {
-    return static_cast<uint64_t>(clocks * (1 << kCellTimeShift));
-}
+struct RawCase {
+    const char* name;
+    U32s intervals;
+    uint64_t length, cellClocks;
+    int64_t room, want;                      // samples the buffer holds, samples written or -1
+    std::map<size_t, uint8_t> nonZeroBytes;  // every other byte of the track is 0
+    friend void PrintTo(const RawCase& c, std::ostream* os) { *os << c.name; }
+};
 
-std::vector<int64_t> RisingEdges(const std::vector<uint8_t>& raw, int64_t len) {
-    std::vector<int64_t> out;
-    for (int64_t i = 0; i < len; i++)
-        if (BfGetBit(raw.data(), static_cast<int>(len), i) &&
-            !BfGetBit(raw.data(), static_cast<int>(len), i - 1))
-            out.push_back(i);
-    return out;
-}
+class FluxRaw : public testing::TestWithParam<RawCase> {};
 
-TEST(FluxRaw, PulsesSitAtEightSamplesACellFromTheIndex) {
-    const U32s iv = {96, 144, 192};  // 2, 3 and 4 cells of 48 clocks
-    std::vector<uint8_t> raw(100, 0xFF);
-    ASSERT_EQ(Flux2Raw(iv.data(), iv.size(), 4800, Cell(48), raw.data(), 800), 800);
-    EXPECT_EQ(RisingEdges(raw, 800), (std::vector<int64_t>{16, 40, 72}));
-    EXPECT_EQ(raw[2], 0xE0);  // samples 16..23: the pulse 1,1,1,0,0,0,0,0
-    EXPECT_EQ(raw[5], 0xE0);
-    EXPECT_EQ(raw[9], 0xE0);
-    EXPECT_EQ(raw[99], 0x00);  // every byte is written, the old contents gone
-}
-
-TEST(FluxRaw, TransitionsAfterTheNextIndexAreLeftOut) {
-    const U32s iv = {96, 96, 96, 96};
-    std::vector<uint8_t> raw(8);
-    ASSERT_EQ(Flux2Raw(iv.data(), iv.size(), 300, Cell(48), raw.data(), 64), 50);
-    EXPECT_EQ(RisingEdges(raw, 50), (std::vector<int64_t>{16, 32, 48}));
-}
-
-TEST(FluxRaw, APulseAtTheEndRunsOntoTheStart) {
-    const U32s iv = {480};  // exactly at the next index: sample 80 of 80
-    std::vector<uint8_t> raw(10);
-    ASSERT_EQ(Flux2Raw(iv.data(), iv.size(), 480, Cell(48), raw.data(), 80), 80);
-    EXPECT_EQ(raw[0], 0xE0);
-    const U32s late = {474};  // sample 79: its 1,1,1 cover 79, 0 and 1
-    ASSERT_EQ(Flux2Raw(late.data(), late.size(), 480, Cell(48), raw.data(), 80), 80);
-    EXPECT_EQ(raw[9], 0x01);
-    EXPECT_EQ(raw[0], 0xC0);
-}
-
-TEST(FluxRaw, RefusesWhatDoesNotFit) {
-    const U32s iv = {96};
-    std::vector<uint8_t> raw(100);
-    EXPECT_EQ(Flux2Raw(iv.data(), iv.size(), 4800, Cell(48), raw.data(), 799), -1);
-    EXPECT_EQ(Flux2Raw(iv.data(), iv.size(), 4800, 0, raw.data(), 800), -1);
-    EXPECT_EQ(FluxRawLength(4800, 0), 0u);
-}
-
-TEST(FluxRaw, TimeBaseIsExactOverARevolution) {
-    // A cell of 47.3 clocks: every pulse lies where the exact time since the
-    // index puts it, rounded once; no error builds up over 50,000 fluxes.
-    const double cell = 47.3;
-    const U32s iv = Intervals({2, 3, 4, 2}, cell, 0.1, 50000, 3);
-    uint64_t length = 0;
-    for (uint32_t v : iv) length += v;
-    length += 100;
-    const uint64_t ct = Cell(cell);
-    const uint64_t samples = FluxRawLength(length, ct);
-    const double exact = static_cast<double>(length) * 8 * (1 << kCellTimeShift) / ct;
-    EXPECT_NEAR(static_cast<double>(samples), exact, 0.5 + 1e-6);
-    std::vector<uint8_t> raw((samples + 7) / 8);
-    ASSERT_EQ(Flux2Raw(iv.data(), iv.size(), length, ct, raw.data(), static_cast<int64_t>(samples)),
-              static_cast<int64_t>(samples));
-    const std::vector<int64_t> edges = RisingEdges(raw, static_cast<int64_t>(samples));
-    ASSERT_EQ(edges.size(), iv.size());
-    uint64_t acc = 0;
-    for (size_t i = 0; i < iv.size(); i++) {
-        acc += iv[i];
-        const double want = static_cast<double>(acc) * 8 * (1 << kCellTimeShift) / ct;
-        ASSERT_NEAR(static_cast<double>(edges[i]), want, 0.5 + 1e-6) << "flux " << i;
+// Eight samples a cell from the index, a pulse 1,1,1,0,0,0,0,0; every byte is
+// written, the old contents gone.
+TEST_P(FluxRaw, PulsesSitWhereTheirTimesPutThem) {
+    const RawCase& c = GetParam();
+    std::vector<uint8_t> raw(static_cast<size_t>(c.room + 7) / 8, 0xFF);
+    EXPECT_EQ(Flux2Raw(c.intervals.data(), c.intervals.size(), c.length, Cell(c.cellClocks),
+                       raw.data(), c.room),
+              c.want);
+    if (c.cellClocks == 0) {
+        EXPECT_EQ(FluxRawLength(c.length, 0), 0u);
     }
+    for (size_t i = 0; c.want > 0 && i < static_cast<size_t>(c.want) / 8; i++)
+        EXPECT_EQ(raw[i], c.nonZeroBytes.count(i) ? c.nonZeroBytes.at(i) : 0) << "byte " << i;
 }
 
-TEST(FluxRaw, DataSeparatorReadsBackTheCells) {
-    // Cells with transitions 2 to 4 cells apart, as flux with 10% jitter at a
-    // clock 3% off the nominal cell, resampled at the measured cell time.
+// clang-format off
+const RawCase kRawCases[] = {
+    {"TwoThreeAndFourCells", {96, 144, 192}, 4800, 48, 800, 800, {{2, 0xE0}, {5, 0xE0}, {9, 0xE0}}},
+    // The third lies on the next index and runs onto the start; the fourth is left out.
+    {"AtAndAfterTheNextIndex", {96, 96, 96, 96}, 288, 48, 64, 48, {{0, 0xE0}, {2, 0xE0}, {4, 0xE0}}},
+    {"LastSampleRunsOntoTheStart", {474}, 480, 48, 80, 80, {{0, 0xC0}, {9, 0x01}}},
+    {"BufferTooSmall", {96}, 4800, 48, 799, -1, {}},
+    {"NoCellTime", {96}, 4800, 0, 800, -1, {}},
+};
+// clang-format on
+
+INSTANTIATE_TEST_SUITE_P(Flux, FluxRaw, testing::ValuesIn(kRawCases),
+                         [](const auto& row) { return std::string(row.param.name); });
+
+// Cells with transitions 2 to 4 cells apart, as flux with 10% jitter at a
+// clock 3% off the nominal cell, resampled at the measured cell time: every
+// pulse lies where the exact time since the index puts it, rounded once (no
+// error builds up over a revolution), and the data separator reads the cells.
+TEST(FluxRawTrack, ExactTimeBaseAndTheCellsReadBack) {
     std::mt19937 rng(11);
     std::vector<int> gaps;
-    int cells = 0;
-    while (cells < 99990) {
-        gaps.push_back(2 + static_cast<int>(rng() % 3));
-        cells += gaps.back();
-    }
+    for (int cells = 0; cells < 99990; cells += gaps.back()) gaps.push_back(2 + rng() % 3);
     const double cell = 48.05 * 1.03;
     U32s iv = Intervals(gaps, cell, 0.10, static_cast<int>(gaps.size()), 5);
-    // Transitions in the middle of their cells, where the separator starts counting.
-    iv[0] += static_cast<uint32_t>(cell / 2);
+    iv[0] += static_cast<uint32_t>(cell / 2);  // transitions mid-cell, where the separator counts
     const uint64_t length = static_cast<uint64_t>(std::llround(100000 * cell));
     const uint64_t ct = FluxCellTime(iv.data(), iv.size(), 24027428.57);
-    ASSERT_NE(ct, 0u);
-    const uint64_t samples = FluxRawLength(length, ct);
-    EXPECT_NEAR(static_cast<double>(samples), 800000, 800);
-    std::vector<uint8_t> raw((samples + 7) / 8);
-    ASSERT_GT(Flux2Raw(iv.data(), iv.size(), length, ct, raw.data(), static_cast<int64_t>(samples)),
-              0);
+    ASSERT_NEAR(static_cast<double>(ct) / (1 << kCellTimeShift), cell, cell * 0.01);
+    auto exact = [&](uint64_t t) {
+        return static_cast<double>(t) * 8 * (1 << kCellTimeShift) / ct;
+    };
+    const int64_t samples = static_cast<int64_t>(FluxRawLength(length, ct));
+    EXPECT_NEAR(static_cast<double>(samples), exact(length), 0.5 + 1e-6);
+    std::vector<uint8_t> raw(static_cast<size_t>(samples + 7) / 8);
+    ASSERT_EQ(Flux2Raw(iv.data(), iv.size(), length, ct, raw.data(), samples), samples);
+    std::vector<int64_t> edges;
+    for (int64_t i = 0, len = static_cast<int>(samples); i < len; i++)
+        if (BfGetBit(raw.data(), static_cast<int>(len), i) &&
+            !BfGetBit(raw.data(), static_cast<int>(len), i - 1))
+            edges.push_back(i);
+    ASSERT_EQ(edges.size(), iv.size());
+    uint64_t at = 0;
+    for (size_t i = 0; i < iv.size(); i++)
+        ASSERT_NEAR(static_cast<double>(edges[i]), exact(at += iv[i]), 0.5 + 1e-6) << "flux " << i;
     std::vector<uint8_t> enc(32768);
     const int n = Raw2Encode(raw.data(), static_cast<int>(samples), enc.data(), 32768 * 8);
-    // The cell at the end of every gap is a transition, and nothing between.
-    int p = 0, wrong = 0;
+    int p = 0, wrong = 0;  // the cell ending every gap is a transition, and nothing between
     for (int g : gaps) {
         for (int k = 1; k < g; k++) wrong += BfGetBit(enc.data(), n, p + k);
-        p += g;
-        wrong += !BfGetBit(enc.data(), n, p);
+        wrong += !BfGetBit(enc.data(), n, p += g);
     }
     EXPECT_EQ(wrong, 0);
 }

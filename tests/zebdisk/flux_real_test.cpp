@@ -6,7 +6,6 @@
 #include <string>
 
 #include "zebdisk/flux_builder.h"
-#include "zebdisk/zebdisk_file_builder.h"
 
 namespace {
 
@@ -30,7 +29,7 @@ TEST(RealCapture, KryoFluxSetDecodesToItsSectorImage) {
 
     const std::string out = fluxtest::Scratch("real_360k.2d");
     ASSERT_TRUE(z.Export(fluxtest::PathOf(out), 0));
-    const zebtest::Bytes got = zebtest::Slurp(out), want = zebtest::Slurp(image);
+    const fluxtest::Bytes got = fluxtest::Slurp(out), want = fluxtest::Slurp(image);
     ASSERT_EQ(got.size(), 368640u);
     EXPECT_TRUE(got == want);
 }
