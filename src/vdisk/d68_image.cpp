@@ -108,8 +108,8 @@ std::string DiskChainReason(const Filepath& path, int diskno) {
         offset += size;
         if (offset > fileSize) break;
     }
-    return "the file holds " + std::to_string(CountD68Disks(path)) + " disk(s); there is no disk " +
-           std::to_string(diskno);
+    return "the file holds " + Counted(CountD68Disks(path), "disk", "disks") +
+           "; there is no disk " + std::to_string(diskno);
 }
 
 }  // namespace
@@ -278,7 +278,8 @@ int VDisk::ImportD68(const Filepath& path, int diskno) {
         newType = tooFull >= 0 ? VDISK_2HD : VDISK_2DD;
         newCylinders = fullTable;
         std::string why;
-        if (beyond2D > 0) why = std::to_string(beyond2D) + " track(s) lie beyond cylinder 41";
+        if (beyond2D > 0)
+            why = Counted(beyond2D, "track lies", "tracks lie") + " beyond cylinder 41";
         if (tooFull >= 0)
             why += (why.empty() ? "" : " and ") + TrackLabel(tooFull / 2, tooFull % 2) + " needs " +
                    std::to_string(tooFullBytes) + " bytes, more than the " +
@@ -293,16 +294,11 @@ int VDisk::ImportD68(const Filepath& path, int diskno) {
         for (int h = 0; h < 2; h++) tracks[c][h].reset();
 
     // Entries past the cylinders the header gives are not read.
-    int unread = 0, firstUnread = -1;
-    for (int e = 2 * cylinders; e < entries; e++) {
-        if (hdr.U32(kHdrTrackTable + 4 * static_cast<size_t>(e)) == 0) continue;
-        if (firstUnread < 0) firstUnread = e;
-        unread++;
-    }
-    if (unread > 0)
-        report.Warn(std::to_string(unread) + " track(s) beyond cylinder " +
-                    std::to_string(cylinders - 1) +
-                    " were not read (first: " + TrackLabel(firstUnread / 2, firstUnread % 2) + ")");
+    std::vector<bool> listed(static_cast<size_t>(std::max(entries, 0)));
+    for (int e = 0; e < entries; e++)
+        listed[static_cast<size_t>(e)] = hdr.U32(kHdrTrackTable + 4 * static_cast<size_t>(e)) != 0;
+    WarnTracksNotRead(listed, 2 * cylinders, "beyond cylinder " + std::to_string(cylinders - 1),
+                      report);
 
     const int disks = CountD68Disks(path);
     if (disks > 1)

@@ -146,8 +146,8 @@ int VDisk::ImportDIM(const Filepath& path) {
     int beyond = 0;
     for (size_t i = 2 * kDimCylinders; i < kHdrFlagCount; i++) beyond += hdr.U8(kHdrFlags + i) != 0;
     if (beyond > 0)
-        report.Warn(std::to_string(beyond) +
-                    " track(s) of cylinder 84 flagged present were not read (cylinders 0-83 are)");
+        report.Warn(Counted(beyond, "track", "tracks") + " of cylinder 84 flagged present " +
+                    (beyond == 1 ? "was" : "were") + " not read (cylinders 0-83 are)");
     return 1;
 }
 

@@ -1,5 +1,7 @@
 #include "vdisk/exportloss.h"
 
+#include "vdisk/imagecommon.h"
+
 #include <cctype>
 #include <cstring>
 
@@ -35,7 +37,7 @@ SectorTally<Match> Tally(const VDisk& disk, int keptTracks, Match match) {
 }
 
 std::string Sectors(int n) {
-    return std::to_string(n) + (n == 1 ? " sector" : " sectors");
+    return Counted(n, "sector", "sectors");
 }
 
 }  // namespace

@@ -72,23 +72,6 @@ bool Uniform(const uint8_t* p, int len) {
     return len <= 1 || std::memcmp(p, p + 1, static_cast<size_t>(len) - 1) == 0;
 }
 
-// Tracks after the first unused one that still hold entries lie beyond the
-// geometry the table gives, so they are not read; say how many.
-void WarnTracksNotRead(Report& report, const FieldReader& r, int firstUnused) {
-    if (firstUnused < 0) return;
-    int count = 0;
-    int first = -1;
-    for (int t = firstUnused + 1; t < kFddTracks; t++) {
-        if (r.U8(FddEntry(t, 0) + kFddEntC) == kFddUnused) continue;
-        if (first < 0) first = t;
-        count++;
-    }
-    if (count == 0) return;
-    report.Warn(std::to_string(count) + " track(s) after the unused track " +
-                std::to_string(firstUnused / 2) + "." + std::to_string(firstUnused % 2) +
-                " were not read (first: " + TrackLabel(first / 2, first % 2) + ")");
-}
-
 }  // namespace
 
 int VDisk::ImportFDD(const Filepath& path) {
@@ -163,7 +146,16 @@ int VDisk::ImportFDD(const Filepath& path) {
                                                r.U8(e + kFddEntDeleted) ? SECT_DELETED : 0));
         }
     }
-    WarnTracksNotRead(report, r, firstUnused);
+    // Tracks after the first unused one that still hold entries lie beyond
+    // the geometry the table gives.
+    if (firstUnused >= 0) {
+        std::vector<bool> used(kFddTracks);
+        for (int t = 0; t < kFddTracks; t++)
+            used[static_cast<size_t>(t)] = r.U8(FddEntry(t, 0) + kFddEntC) != kFddUnused;
+        WarnTracksNotRead(used, firstUnused + 1,
+                          "after the unused " + TrackLabel(firstUnused / 2, firstUnused % 2),
+                          report);
+    }
     return 1;
 }
 

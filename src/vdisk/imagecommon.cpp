@@ -59,6 +59,23 @@ std::string TrackLabel(int c, int h) {
     return "track " + std::to_string(c) + "." + std::to_string(h);
 }
 
+std::string Counted(int n, const std::string& one, const std::string& many) {
+    return std::to_string(n) + " " + (n == 1 ? one : many);
+}
+
+void WarnTracksNotRead(const std::vector<bool>& used, int firstNotRead, const std::string& where,
+                       Report& report) {
+    int count = 0, first = -1;
+    for (int t = std::max(firstNotRead, 0); t < static_cast<int>(used.size()); t++) {
+        if (!used[static_cast<size_t>(t)]) continue;
+        if (first < 0) first = t;
+        count++;
+    }
+    if (count == 0) return;
+    report.Warn(Counted(count, "track", "tracks") + " " + where + (count == 1 ? " was" : " were") +
+                " not read (first: " + TrackLabel(first / 2, first % 2) + ")");
+}
+
 void CopyDiskName(char* name, const char* src, int srcLen) {
     int limit = srcLen < 59 ? srcLen : 59;
     int n = 0;

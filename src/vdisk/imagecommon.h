@@ -36,6 +36,15 @@ std::string HexByte(int v);
 // "track <c>.<h>", as reasons and warnings name a track.
 std::string TrackLabel(int c, int h);
 
+// "1 track", "3 tracks": a count and its noun, in the singular for one.
+std::string Counted(int n, const std::string& one, const std::string& many);
+
+// Warns of the tracks, among the used ones, that a reader leaves out because
+// they lie from track firstNotRead on (t = 2 x cylinder + head); where says why,
+// e.g. "after the unused track 40.0".
+void WarnTracksNotRead(const std::vector<bool>& used, int firstNotRead, const std::string& where,
+                       Report& report);
+
 // Copies at most 59 characters of src (stopping at its NUL or after srcLen
 // bytes) into name[60] and terminates it.
 void CopyDiskName(char* name, const char* src, int srcLen = 59);

@@ -68,23 +68,6 @@ bool NfdEntryUnused(const FieldReader& r, size_t e) {
            r.U8(e + kNfdEntR) == kNfdUnused && r.U8(e + kNfdEntN) == kNfdUnused;
 }
 
-// Tracks after the first unused one that still hold entries lie beyond the
-// geometry the table gives, so they are not read; say how many.
-void WarnTracksNotRead(Report& report, const FieldReader& r, int firstUnused) {
-    if (firstUnused < 0) return;
-    int count = 0;
-    int first = -1;
-    for (int t = firstUnused + 1; t < kNfdTracks; t++) {
-        if (r.U8(NfdEntry(t, 0) + kNfdEntC) == kNfdUnused) continue;
-        if (first < 0) first = t;
-        count++;
-    }
-    if (count == 0) return;
-    report.Warn(std::to_string(count) + " track(s) after the unused track " +
-                std::to_string(firstUnused / 2) + "." + std::to_string(firstUnused % 2) +
-                " were not read (first: " + TrackLabel(first / 2, first % 2) + ")");
-}
-
 }  // namespace
 
 int VDisk::ImportNFD(const Filepath& path) {
@@ -155,7 +138,16 @@ int VDisk::ImportNFD(const Filepath& path) {
                                                r.U8(e + kNfdEntDeleted) ? SECT_DELETED : 0));
         }
     }
-    WarnTracksNotRead(report, r, firstUnused);
+    // Tracks after the first unused one that still hold entries lie beyond
+    // the geometry the table gives.
+    if (firstUnused >= 0) {
+        std::vector<bool> used(kNfdTracks);
+        for (int t = 0; t < kNfdTracks; t++)
+            used[static_cast<size_t>(t)] = r.U8(NfdEntry(t, 0) + kNfdEntC) != kNfdUnused;
+        WarnTracksNotRead(used, firstUnused + 1,
+                          "after the unused " + TrackLabel(firstUnused / 2, firstUnused % 2),
+                          report);
+    }
     return 1;
 }
 

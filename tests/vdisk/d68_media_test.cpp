@@ -27,10 +27,10 @@ TEST(D68Media, A2DByteOverTracksNo2DDiskHoldsIsOverridden) {
         const char* warning;
     } cases[] = {
         {77, 8, 3, 1, 0x00, VDISK_2HD, 82,
-         "media byte 0x00 (2D) overridden: 70 track(s) lie beyond cylinder 41 and track 0.0 needs "
+         "media byte 0x00 (2D) overridden: 70 tracks lie beyond cylinder 41 and track 0.0 needs "
          "8688 bytes, more than the 6250 of a 2D track; read as 2HD with 82 cylinders"},
         {80, 16, 1, 1, 0x00, VDISK_2DD, 82,
-         "media byte 0x00 (2D) overridden: 76 track(s) lie beyond cylinder 41; read as 2DD with 82 "
+         "media byte 0x00 (2D) overridden: 76 tracks lie beyond cylinder 41; read as 2DD with 82 "
          "cylinders"},
         {35, 16, 1, 0, 0x00, VDISK_2D, 42, ""},  // 16 x 256 FM fits at double density
         {2, 1, 7, 1, 0x00, VDISK_2D, 42, ""},    // a track too long for any disk
@@ -65,7 +65,7 @@ TEST(D68Media, OtherDisksAreCountedAndMissingOnesNamed) {
     } cases[] = {
         {&one, 1, "", ""},
         {&three, 2, "the file holds 3 disks; disk 2 was read, the other 2 were not", ""},
-        {&three, 4, "", "the file holds 3 disk(s); there is no disk 4"},
+        {&three, 4, "", "the file holds 3 disks; there is no disk 4"},
         {&badSize, 3, "",
          "disk 2 at offset 1776 gives a disk size of 100 (512 to 1966080 are read)"},
     };
@@ -86,14 +86,14 @@ TEST(TablesBeyondGeometry, TracksNotReadAreCounted) {
     Uniform(d88, VDISK_2HD, 82, 1, 1);
     d88.Track(0, 0)->Cleanup();
     const char* afterUnused =
-        "5 track(s) after the unused track 1.0 were not read (first: track 1.1)";
+        "5 tracks after the unused track 1.0 were not read (first: track 1.1)";
     const std::tuple<const char*, Bytes, int, const char*> cases[] = {
         {"beyond.fdd", Written(src, "src.fdd"), 1, afterUnused},
         {"beyond.nfd", Written(src, "src.nfd"), 1, afterUnused},
         {"beyond.d88", Written(d88, "src.d88"), 80,
-         "4 track(s) beyond cylinder 79 were not read (first: track 80.0)"},
+         "4 tracks beyond cylinder 79 were not read (first: track 80.0)"},
         {"beyond.dim", DimImage(0, {0, 168, 169}), 84,
-         "2 track(s) of cylinder 84 flagged present were not read (cylinders 0-83 are)"},
+         "2 tracks of cylinder 84 flagged present were not read (cylinders 0-83 are)"},
     };
     for (const auto& [name, file, cyls, warning] : cases) {
         VDisk d;
