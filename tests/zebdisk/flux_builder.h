@@ -200,11 +200,10 @@ inline void AddTrack(VDisk& v, int c, int h, int mfm, int count, int n) {
     }
 }
 
-// The flux of every track of v that holds sectors, encoded the way the library
-// encodes any sector image it imports (through the D88 file scratch), by SCP
-// track number; step 2 is a 40-track disk in an 80-track drive. Every
-// {revolution, R} of damage spoils that sector's data on every track. Empty
-// when a damaged sector is not found.
+// The flux of v's tracks as the library encodes a sector image (through the
+// D88 file scratch), by SCP track number; step 2: a 40-track disk in an
+// 80-track drive. Each {revolution, R} of damage spoils that sector on every
+// track. Empty when a damaged sector is not found.
 inline std::map<int, Flux> Capture(VDisk& v, const std::string& scratch, Shape s,
                                    const std::vector<std::pair<int, int>>& damage = {},
                                    int step = 1) {

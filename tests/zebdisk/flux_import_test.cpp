@@ -1,7 +1,9 @@
-// Flux captures built from encoded sector disks, read back through the SCP and
-// KryoFlux readers and exported to D88: every sector must come back.
+// Flux captures built from encoded sector disks, and the one real capture at
+// hand, read back through the SCP and KryoFlux readers: every sector must come
+// back.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <string>
 #include <tuple>
@@ -13,9 +15,9 @@ namespace {
 
 using namespace fluxtest;
 
-// A disk over a few cylinders (the rest of the capture is empty, so an SCP
-// file of 2DD starts at track 2) and what its capture must be read as. mfm -1: track 0.0 is FM (12
-// x 128), the rest MFM.
+// A disk over a few cylinders (the rest of the capture is empty: an SCP file
+// of 2DD starts at track 2) and what its capture must be read as. mfm -1:
+// track 0.0 is FM (12 x 128), the rest MFM.
 struct Layout {
     int type, cyls;
     std::vector<int> used;
@@ -35,8 +37,7 @@ struct FluxCase {
     const Layout* layout;
     double speed = 1.0;
     std::vector<std::pair<int, int>> damage = {};  // {revolution, R}, on every track
-    bool singleSided = false;
-    bool fold = false;  // a 40-track disk read with single steps of an 80-track drive
+    bool singleSided = false, fold = false;        // fold: a 40-track disk, an 80-track drive
     uint8_t resolution = 0;
     double sck = 0;  // KryoFlux clock named in the stream; 0 keeps the default
     friend void PrintTo(const FluxCase& c, std::ostream* os) { *os << c.name; }
@@ -68,16 +69,15 @@ TEST_P(FluxRoundTrip, EverySectorComesBack) {
         mkdir(base.c_str(), 0755);
         for (int t = 0; t <= tracks.rbegin()->first; t++)
             Spit(StreamName(base, t),
-                 MakeStream(tracks.count(t) ? tracks.at(t) : Flux{{}, {100, 200000, 400000}}, p.sck,
-                            true));
+                 MakeStream(tracks.count(t) ? tracks.at(t) : Flux{}, p.sck, true));
         source = StreamName(base, 0);
     } else {
         Spit(source, MakeScp(tracks, p.singleSided, p.resolution));
     }
     ZEBDisk z;
     ASSERT_TRUE(z.Import(PathOf(source), 1)) << z.report.error;
-    EXPECT_EQ(z.Type(), ZEB_RAW);
-    EXPECT_EQ(std::tuple(z.Rate(), z.Rpm(), z.Cylinders()), std::tuple(l.rate, l.rpm, l.cylinders));
+    EXPECT_EQ(std::tuple(z.Type(), z.Rate(), z.Rpm(), z.Cylinders()),
+              std::tuple(ZEB_RAW, l.rate, l.rpm, l.cylinders));
     ASSERT_TRUE(z.Export(PathOf(base + "_out.d88"), 0));
     EXPECT_TRUE(SameD88(base + "_orig.d88", base + "_out.d88"));
 }
@@ -105,5 +105,24 @@ const FluxCase kCases[] = {
 
 INSTANTIATE_TEST_SUITE_P(Captures, FluxRoundTrip, testing::ValuesIn(kCases),
                          [](const auto& row) { return std::string(row.param.name); });
+
+// A KryoFlux set of a 360 KB IBM PC disk, three revolutions a track, against
+// the sector image made from the same disk.
+TEST(RealCapture, KryoFluxSetDecodesToItsSectorImage) {
+    const std::string dir = std::string(ZEBKIT_REALIMAGES_DIR) + "/flux/pc-sector-test-360k";
+    const std::string set = dir + "-kryoflux/track00.0.raw", out = Scratch("real_360k.2d");
+    if (access(set.c_str(), R_OK) != 0 || access((dir + ".img").c_str(), R_OK) != 0)
+        GTEST_SKIP() << "the real flux capture is not on this machine (" << dir << ")";
+    ZEBDisk z;
+    ASSERT_TRUE(z.Import(PathOf(set), 1)) << z.report.error;
+    EXPECT_EQ(z.report.warnings, std::vector<std::string>{});
+    EXPECT_EQ(std::tuple(z.Type(), z.Rate(), z.Rpm(), z.Cylinders()),
+              std::tuple(ZEB_RAW, 4000, 300, 42));
+    char name[zebhdr::kNameLen];
+    EXPECT_STREQ(z.GetName(name), "pc-sector-test-360k-kryoflux");  // the set's folder
+    ASSERT_TRUE(z.Export(PathOf(out), 0));
+    EXPECT_EQ(Slurp(out).size(), 368640u);
+    EXPECT_TRUE(Slurp(out) == Slurp(dir + ".img"));
+}
 
 }  // namespace
