@@ -147,7 +147,8 @@ inline Bytes Le32(std::initializer_list<uint64_t> v) {
 }
 
 // One stream file of a track; a KF info block names sck when it is not 0, and
-// Nop1-3 codes are sprinkled between fluxes when asked.
+// Nop1-3 codes are sprinkled between fluxes when asked, their skipped bytes
+// such that a reader taking them as fluxes would move every transition after.
 inline Bytes MakeStream(const Flux& f, double sck = 0, bool nops = false) {
     Bytes b;
     uint64_t pos = 0;  // bytes outside blocks
@@ -174,7 +175,7 @@ inline Bytes MakeStream(const Flux& f, double sck = 0, bool nops = false) {
             const uint64_t within = f.index[next] - last;
             Oob(b, 2, Le32({first + (within >> 16), within & 0xFFFF, f.index[next] / 8}));
         }
-        if (nops && k % 97 == 96) put({0x08}), put({0x09, 0}), put({0x0A, 0, 0});
+        if (nops && k % 97 == 96) put({0x08}), put({0x09, 0x40}), put({0x0A, 0x40, 0x40});
         if (++k % 4096 == 0) Oob(b, 1, Le32({pos, 0}));
         last = t;
     }
