@@ -126,9 +126,7 @@ TEST(FluxRawTrack, ExactTimeBaseAndTheCellsReadBack) {
     const uint64_t length = static_cast<uint64_t>(std::llround(100000 * cell));
     const uint64_t ct = FluxCellTime(iv.data(), iv.size(), 24027428.57);
     ASSERT_NEAR(static_cast<double>(ct) / (1 << kCellTimeShift), cell, cell * 0.01);
-    auto exact = [&](uint64_t t) {
-        return static_cast<double>(t) * 8 * (1 << kCellTimeShift) / ct;
-    };
+    auto exact = [&](uint64_t t) { return double(t) * 8 * (1 << kCellTimeShift) / ct; };
     const int64_t samples = static_cast<int64_t>(FluxRawLength(length, ct));
     EXPECT_NEAR(static_cast<double>(samples), exact(length), 0.5 + 1e-6);
     std::vector<uint8_t> raw(static_cast<size_t>(samples + 7) / 8);

@@ -156,11 +156,9 @@ inline Bytes MakeStream(const Flux& f, double sck = 0, bool nops = false) {
         b.insert(b.end(), codes.begin(), codes.end());
         pos += codes.size();
     };
-    if (sck > 0) {
-        char text[96];
-        std::snprintf(text, sizeof text, "name=zebkit, sck=%.7f, ick=%.7f", sck, sck / 8);
-        Oob(b, 4, Bytes(text, text + std::strlen(text) + 1));
-    }
+    const std::string info =
+        "name=zebkit, sck=" + std::to_string(sck) + ", ick=" + std::to_string(sck / 8);
+    if (sck > 0) Oob(b, 4, Bytes(info.c_str(), info.c_str() + info.size() + 1));
     uint64_t last = 0;
     size_t next = 0, k = 0;
     for (uint64_t t : f.times) {

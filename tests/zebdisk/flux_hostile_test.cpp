@@ -45,12 +45,10 @@ Make File(const char* name, std::function<void(Bytes&)> spoil,
         return std::string(name);
     };
 }
-Make Scp(std::function<void(Bytes&)> spoil, bool resum = true) {
+const auto Scp = [](auto spoil, bool resum = true) {
     return File("disk.SCP", spoil, Straight, resum);
-}
-Make Kf(std::function<void(Bytes&)> spoil, std::function<void(Flux&)> bend = Straight) {
-    return File("track00.0.raw", spoil, bend);
-}
+};
+const auto Kf = [](auto spoil, auto bend) { return File("track00.0.raw", spoil, bend); };
 
 struct Hostile {
     const char* name;
@@ -92,33 +90,27 @@ const Hostile kFiles[] = {
     {"ScpFooter", Scp([](Bytes& b) { b[8] |= 0x20, b.resize(b.size() + 48), b.insert(b.end(), {'F', 'P', 'C', 'S'}); }),
      nullptr, nullptr},
     {"KryoFluxNotAStreamName", File("disk.raw", None), "not a stream file name of the form trackNN.S.raw", nullptr},
-    {"KryoFluxEmptyStream", Kf([](Bytes& b) { b.clear(); }), "no track holds flux", "1 stream ends early"},
+    {"KryoFluxEmptyStream", Kf([](Bytes& b) { b.clear(); }, Straight), "no track holds flux", "1 stream ends early"},
     {"KryoFluxOnlyBlocks", Kf([](Bytes& b) {
-         b.clear();
-         Oob(b, 2, Le32({0, 0, 0}));
-         Oob(b, 4, Bytes{'s', 'c', 'k', '=', 'x'});
-         Oob(b, 9, Bytes(3, 0xEE));
-         b.insert(b.end(), {0x0D, 0x0D, 0x0D, 0x0D}); }),
+         b.clear(), Oob(b, 2, Le32({0, 0, 0})), Oob(b, 4, Bytes{'s', 'c', 'k', '=', 'x'});
+         Oob(b, 9, Bytes(3, 0xEE)), b.insert(b.end(), {0x0D, 0x0D, 0x0D, 0x0D}); }, Straight),
      "no track holds flux", nullptr},
     // Without its stream end and end-of-file blocks, then a Flux3 code without its last byte.
-    {"KryoFluxCutInsideAFlux", Kf([](Bytes& b) { b.resize(b.size() - 16), b.insert(b.end(), {0x0C, 0x01}); }),
+    {"KryoFluxCutInsideAFlux", Kf([](Bytes& b) { b.resize(b.size() - 16), b.insert(b.end(), {0x0C, 0x01}); }, Straight),
      nullptr, kCut},
-    {"KryoFluxCutInTheFirstRevolution", Kf([](Bytes& b) { b.resize(60000); }), nullptr, kCut},
+    {"KryoFluxCutInTheFirstRevolution", Kf([](Bytes& b) { b.resize(60000); }, Straight), nullptr, kCut},
     {"KryoFluxBlockRunsPastTheEnd", Kf([](Bytes& b) {
-         b.resize(b.size() - 4);
-         Oob(b, 4, {});
-         b[b.size() - 2] = 0xFF, b[b.size() - 1] = 0xFF; }),
+         b.resize(b.size() - 4), Oob(b, 4, {}), b[b.size() - 2] = 0xFF, b[b.size() - 1] = 0xFF; }, Straight),
      nullptr, kCut},
     {"KryoFluxNoIndexAtAll", Kf(None, [](Flux& f) { f.index.clear(); }),
      nullptr, "1 track holds no whole revolution"},
-    {"KryoFluxCaptureError", Kf([](Bytes& b) { b[b.size() - 8] = 1; }),  // the stream end's result
+    {"KryoFluxCaptureError", Kf([](Bytes& b) { b[b.size() - 8] = 1; }, Straight),  // the stream end's result
      nullptr, "1 stream reports a capture error (first: track 0.0)"},
-    {"KryoFluxMissingTrack", [](const std::string& d) { Kf(None)(d); return File("track02.0.raw", None)(d); },
+    {"KryoFluxMissingTrack", [](const std::string& d) { Kf(None, Straight)(d); return File("track02.0.raw", None)(d); },
      nullptr, "1 track is missing from the set, left blank (first: track 1.0)"},
     {"KryoFluxUpperCaseNames", File("TRACK00.0.RAW", None), nullptr, nullptr},
     {"KryoFluxEndlessRevolution", Kf(None, [](Flux& f) {
-         f.index[1] = f.index[0] + 1000000000, f.index[2] = f.index[1] + 1;
-         f.times.push_back(f.index[2]); }),
+         f.index[1] = f.index[0] + 1000000000, f.index[2] = f.index[1] + 1, f.times.push_back(f.index[2]); }),
      "a revolution is longer than any track", nullptr},
 };
 // clang-format on

@@ -21,8 +21,7 @@ using namespace fluxtest;
 struct Layout {
     int type, cyls;
     std::vector<int> used;
-    int mfm, count, n;
-    int rate, rpm, cylinders;
+    int mfm, count, n, rate, rpm, cylinders;
 };
 const Layout k2D{VDISK_2D, 3, {0, 1, 2}, 1, 16, 1, 4000, 300, 42};
 const Layout k2DD{VDISK_2DD, 80, {1, 42, 79}, 1, 9, 2, 4000, 300, 84};
