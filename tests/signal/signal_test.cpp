@@ -123,15 +123,6 @@ Bytes RandomRaw(std::mt19937& rng, int len) {
     return t;
 }
 
-TEST(BfGetLong, ReadsCircularlyAtBothEnds) {
-    // {length (12: the low nibble of t lies past the end), position, result}
-    const Bytes s = {0x01, 0x23, 0x45, 0x67, 0x89, 0xAB, 0xCD, 0xEF}, t = {0xAB, 0xCF};
-    const std::tuple<int, int, uint32_t> cases[] = {
-        {64, 4, 0x12345678}, {64, -1, 0x8091A2B3}, {64, -64, 0x01234567}, {12, 4, 0xBCABCABC}};
-    for (const auto& [len, pos, want] : cases)
-        EXPECT_EQ(BfGetLong((len == 64 ? s : t).data(), len, pos), want) << pos;
-}
-
 TEST(BfFind, PinnedSearches) {
     // A 128-bit mark at 1000 and at 2008 (wrapping). {start, range, patLen, result}; rows 7-9:
     // a match past the last candidate counts while its group's base is in range; rows 10-13 not.
@@ -233,17 +224,6 @@ TEST(Raw2Encode, PinnedTracks) {
         Bytes enc(static_cast<size_t>(cap + 7) / 8, 0xFF);
         EXPECT_EQ(Raw2Encode(Track(len, edges, width).data(), len, enc.data(), cap), n) << len;
         EXPECT_EQ(SetBits(enc, cap), bits) << len;
-    }
-}
-
-TEST(AlignRaw, MovesOffGridPulsesOneSample) {
-    // 17 samples after: one earlier; 15 after: one later; a late edge 0 folds to 39.
-    const std::tuple<int, Ints, Ints> cases[] = {
-        {64, {0, 17, 32}, {0, 16, 33}}, {40, {0, 15}, {39, 16}}, {64, {}, {}}};
-    for (const auto& [len, before, after] : cases) {
-        auto raw = Track(len, before, 3);
-        EXPECT_EQ(AlignRaw(raw.data(), len), len);
-        EXPECT_EQ(raw, Track(len, after, 3)) << len;
     }
 }
 

@@ -12,18 +12,14 @@
 
 namespace {
 
+// ids: free layouts (any count and size a track, FM too) keeping IDs, density and deleted
+// marks; else one MFM count and size code for the whole disk, data alone kept. Cylinders and
+// sectors a track drawn in [min, max]; size codes 0..maxN, or exactly -maxN; media 0: any.
 struct Format {
     const char* ext;
-    // Free layouts (any count and size a track, FM tracks too) that keep IDs, density and
-    // deleted marks; else one MFM count and size code for the whole disk, data alone kept.
     bool ids;
-    int minCyl, maxCyl;      // cylinders drawn
-    int minCount, maxCount;  // sectors a track
-    int maxN;                // size codes 0..maxN, or exactly -maxN when negative
-    int type;                // media, 0 for any
-    int tries;
+    int minCyl, maxCyl, minCount, maxCount, maxN, type, tries;
 };
-
 const Format kFormats[] = {{".D88", true, 1, 82, 1, 26, 3, 0, 12},
                            {".FDD", true, 1, 80, 1, 26, 3, 0, 12},
                            {".NFD", true, 1, 81, 1, 26, 3, 0, 12},
@@ -47,14 +43,14 @@ void Build(VDisk& v, const Format& l, std::mt19937& rng) {
         const int n = l.ids ? pick(0, l.maxN) : diskN;
         std::vector<uint8_t> data(static_cast<size_t>(128 << n));
         for (int r = 0; r < count; r++) {
-            // Some sectors of one repeated byte (stored compactly by some formats).
+            // Some sectors of one repeated byte (stored compactly by some formats); C = 0xFF
+            // marks an unused table entry in FDD and NFD files.
             const bool flat = pick(0, 4) == 0;
             const uint8_t fill = static_cast<uint8_t>(rng());
             for (auto& b : data) b = flat ? fill : static_cast<uint8_t>(rng());
-            const int status = pick(0, 5) == 0 ? SECT_DELETED : 0;
-            // C = 0xFF marks an unused table entry in FDD and NFD files.
             trk->AddSector(MakeSector(mfm, pick(0, 254), pick(0, 255), pick(0, 255), n, data.data(),
-                                      static_cast<int>(data.size()), 22, 54, status));
+                                      static_cast<int>(data.size()), 22, 54,
+                                      pick(0, 5) ? 0 : SECT_DELETED));
         }
     }
 }
