@@ -28,8 +28,8 @@ struct SectorLayout {
     bool badIdCrc = false, badDataCrc = false, noDam = false, deleted = false, secondNormal = false;
 };
 
-// Where the builder put a sector: the first A1 (MFM) or the mark (FM) of the ID
-// and data fields, and the end of the data CRC (cells from the stream start).
+// Where the builder put a sector (cells from the stream start): the first A1 (MFM) or the
+// mark (FM) of the ID and data fields, and the end of the data CRC.
 struct Placed {
     int idPos = 0, damPos = 0, endPos = 0;
 };
@@ -48,16 +48,15 @@ public:
     }
     // count copies of b: MFM with the clock rule, FM with the given clock byte.
     void Put(uint8_t b, bool mfm, int count = 1, uint8_t clock = 0xFF) {
-        for (int k = 0; k < count; ++k) {
+        for (int k = 0; k < count; ++k)
             for (int i = 7, d = 0; i >= 0; --i, last_ = d) {
                 d = (b >> i) & 1;
                 mfm ? Cells((!last_ && !d) * 2 + d, 2) : Cells(((clock >> i) & 1) * 8 + d * 2, 4);
             }
-        }
     }
     void MfmHeader() {
-        Put(0x4E, true, 80), Put(0x00, true, 12), Sync(0x5224, 0);
-        Put(0xFC, true), Put(0x4E, true, 50);
+        Put(0x4E, true, 80), Put(0x00, true, 12), Sync(0x5224, 0), Put(0xFC, true),
+            Put(0x4E, true, 50);
     }
     void FmHeader() {
         Put(0xFF, false, 40), Put(0x00, false, 6), Put(0xFC, false, 1, 0xD7), Put(0xFF, false, 26);
@@ -97,8 +96,7 @@ private:
         Put(mark, mfm, 1, 0xC7);
         uint16_t crc =
             CrcByte(mfm ? CrcByte(CrcByte(CrcByte(0xFFFF, 0xA1), 0xA1), 0xA1) : 0xFFFF, mark);
-        for (uint8_t b : body) crc = CrcByte(crc, b);
-        for (uint8_t b : body) Put(b, mfm);
+        for (uint8_t b : body) crc = CrcByte(crc, b), Put(b, mfm);
         crc ^= bad ? 1 : 0;
         Put(crc >> 8, mfm), Put(crc & 0xFF, mfm);
         return pos;
@@ -138,10 +136,7 @@ inline std::vector<uint8_t> CellsToRawStretched(const std::vector<uint8_t>& cell
 inline std::vector<uint8_t> Pattern(int n, int seed) {
     std::vector<uint8_t> v(static_cast<size_t>(n));
     uint32_t x = 0x9E3779B9u * static_cast<uint32_t>(seed + 1);
-    for (auto& b : v) {
-        x ^= x << 13, x ^= x >> 17, x ^= x << 5;
-        b = static_cast<uint8_t>(x >> 24);
-    }
+    for (auto& b : v) x ^= x << 13, x ^= x >> 17, x ^= x << 5, b = static_cast<uint8_t>(x >> 24);
     return v;
 }
 
