@@ -26,6 +26,19 @@ int BitsWithin(int bits, int dataBytes) {
     return static_cast<int>(std::clamp<int64_t>(bits, 0, cap));
 }
 
+// Runs work(c, h, track, data) on the disk's pool for every cylinder and head
+// that both the sector-level track and the track record exist for.
+template <class Work>
+void ForEachTrack(ZEBDisk& disk, VDisk& vdisk, int cylinders, int heads, Work work) {
+    trackpool::ForEach(cylinders * heads, disk.workers, [&](int i) {
+        const int c = i / heads;
+        const int h = i % heads;
+        VTrack* t = vdisk.Track(c, h);
+        uint8_t* data = disk.GetTrackData(c, h);
+        if (t && data) work(c, h, *t, data);
+    });
+}
+
 // One line for the sectors the encoder could not fit on their tracks. Each
 // track keeps its own count, summed here in track order.
 void WarnLeftOut(const VDisk& vdisk, int cylinders, int heads, Report* report) {
@@ -112,14 +125,9 @@ bool ZEBDisk::Import(const Filepath& path, int diskno) {
     const int cylinders = std::clamp(vdisk.cylinders, 0, kMaxCylinders);
     const int heads = std::clamp(vdisk.heads, 0, kMaxHeads);
     // Every track is encoded into its own record.
-    trackpool::ForEach(cylinders * heads, workers, [&](int i) {
-        const int c = i / heads;
-        const int h = i % heads;
-        VTrack* t = vdisk.Track(c, h);
-        uint8_t* data = GetTrackData(c, h);
-        if (!t || !data) return;
+    ForEachTrack(*this, vdisk, cylinders, heads, [&](int c, int h, VTrack& t, uint8_t* data) {
         const int slot = c * 2 + h;
-        const int bits = t->Encode(0, data, GetTrackLen(c, h));
+        const int bits = t.Encode(0, data, GetTrackLen(c, h));
         SetRecordInt(slot, zebrec::kBitLength, BitsWithin(bits, RecordDataSize(slot)));
     });
     WarnLeftOut(vdisk, cylinders, heads, &report);
@@ -164,19 +172,14 @@ bool ZEBDisk::Export(const Filepath& path, int mode) {
     VDisk vdisk;
     vdisk.Init(vtype, cylinders, heads);
     // Every track is decoded into its own VTrack.
-    trackpool::ForEach(cylinders * heads, workers, [&](int i) {
-        const int c = i / heads;
-        const int h = i % heads;
-        VTrack* t = vdisk.Track(c, h);
-        uint8_t* data = GetTrackData(c, h);
-        if (!t || !data) return;
+    ForEachTrack(*this, vdisk, cylinders, heads, [&](int c, int h, VTrack& t, uint8_t* data) {
         const int bits = BitsWithin(GetTrackLen(c, h), RecordDataSize(c * 2 + h));
-        t->Decode(0, data, bits, mode);
-        MergeRevolutions(*t, spareRevolutions[c * 2 + h], mode);
+        t.Decode(0, data, bits, mode);
+        MergeRevolutions(t, spareRevolutions[c * 2 + h], mode);
         // The writers need the sectors only: the cell buffer goes back to the
         // allocator at once, for the worker's next track to reuse.
-        delete[] t->encData;
-        t->encData = nullptr;
+        delete[] t.encData;
+        t.encData = nullptr;
     });
 
     char name[zebhdr::kNameLen] = {};
