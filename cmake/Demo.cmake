@@ -39,6 +39,11 @@ run(${ZEBSAMPLE} sample.d88)
 run(${ZEBCONV} -i sample.d88 -o sample-d88.zeb)
 run(${ZEBCONV} -i sample-d88.zeb -o back.d88 -a mb8877)
 same(sample.d88 back.d88)
+# An IBM PC 360 KB disk captured as flux (SCP), decoded back to its sectors.
+run(${ZEBSAMPLE} sample.2d)
+run(${ZEBSAMPLE} sample.scp)
+run(${ZEBCONV} -i sample.scp -o back-scp.2d)
+same(sample.2d back-scp.2d)
 # What is on the D88 disk, and a picture of it.
 run(${ZEBSCAN} --tracks 0-2 --map sample.svg sample.d88)
 message("\nDemo finished: every conversion reproduced its source.")

@@ -7,6 +7,9 @@
 //   .2hc                       2HD, 80 cylinders of 15 x 512
 //   .2hq                       2HD, 80 cylinders of 18 x 512 (1.44 MB)
 //   .2dd                       2DD, 80 cylinders of 9 x 512
+//   .2d                        2D, 40 cylinders of 9 x 512 (an IBM PC 360 KB disk)
+//   .scp                       that 2D disk as a flux capture: two revolutions
+//                              a track, transitions off their cells by up to 5%
 //   .d88 .d77 .d68 .d98 .nfd   a PC-98 style 2HD disk: cylinder 0 head 0 holds
 //   .fdd                       26 FM sectors of 128 bytes, every other track 26
 //                              MFM sectors of 256 bytes; one deleted sector
@@ -14,12 +17,15 @@
 //   .zeb                       a blank 2HD track-level disk
 // The sector contents are a fixed text followed by pseudo-random bytes, so
 // every run writes the same file.
+#include <strings.h>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <strings.h>
+
+#include <map>
 #include <vector>
 
+#include "fluxsynth.h"
 #include "vdisk/imagecommon.h"
 #include "vdisk/vdisk.h"
 #include "zebdisk/zebdisk.h"
@@ -37,7 +43,9 @@ constexpr Geometry kPlain[] = {
     {".IMG", VDISK_2HD, 77, 8, 3, 116}, {".FDI", VDISK_2HD, 77, 8, 3, 116},
     {".DIM", VDISK_2HD, 77, 8, 3, 116}, {".2HC", VDISK_2HD, 80, 15, 2, 84},
     {".2HQ", VDISK_2HD, 80, 18, 2, 84}, {".2DD", VDISK_2DD, 80, 9, 2, 84},
+    {".2D", VDISK_2D, 40, 9, 2, 84},
 };
+constexpr Geometry k360K = kPlain[10];
 
 // Deterministic contents: a banner, then xorshift bytes.
 std::vector<uint8_t> SectorData(int c, int h, int r, int len) {
@@ -88,6 +96,30 @@ void BuildPc98(VDisk& disk) {
     std::snprintf(disk.name, sizeof(disk.name), "ZEBKIT SAMPLE");
 }
 
+// The 2D sample as a drive would read it: each track encoded into its cells
+// at 500 kbit/s and 300 rpm, then turned into flux times of an SCP capture
+// (25 ns units).
+bool WriteCapture(const VDisk& disk, const char* file) {
+    constexpr int kCells = 100000;
+    std::vector<uint8_t> cells(kCells / 8);
+    std::map<int, fluxsynth::Flux> tracks;
+    for (int c = 0; c < disk.cylinders; c++)
+        for (int h = 0; h < 2; h++) {
+            fluxsynth::Shape shape;
+            shape.revolutions = 2;
+            shape.clockHz = 40e6;
+            shape.jitter = 0.05;
+            shape.seed = static_cast<uint32_t>(c * 2 + h + 1);
+            const int bits = disk.Track(c, h)->Encode(0, cells.data(), kCells);
+            tracks[c * 2 + h] = fluxsynth::CellsToFlux(cells.data(), bits, shape);
+        }
+    const fluxsynth::Bytes scp = fluxsynth::MakeScp(tracks);
+    std::FILE* f = std::fopen(file, "wb");
+    if (!f) return false;
+    const bool ok = std::fwrite(scp.data(), 1, scp.size(), f) == scp.size();
+    return std::fclose(f) == 0 && ok;
+}
+
 }  // namespace
 
 int main(int argc, char* argv[]) {
@@ -104,6 +136,12 @@ int main(int argc, char* argv[]) {
         return zeb.Save(out, 1) ? 0 : 14;
     }
     VDisk disk;
+    if (out.HasExt(".SCP")) {
+        BuildPlain(disk, k360K);
+        if (WriteCapture(disk, argv[1])) return 0;
+        std::fprintf(stderr, "%s: cannot write %s\n", argv[0], argv[1]);
+        return 14;
+    }
     bool built = false;
     for (const Geometry& g : kPlain)
         if (out.HasExt(g.ext)) {
