@@ -140,6 +140,20 @@ inline void FddImport(const uint8_t* data, size_t size) {
 inline void NfdImport(const uint8_t* data, size_t size) {
     ImportAs(".NFD", data, size, 1);
 }
+inline void Td0Import(const uint8_t* data, size_t size) {
+    ImportAs(".TD0", data, size, 1);
+}
+inline void ImdImport(const uint8_t* data, size_t size) {
+    ImportAs(".IMD", data, size, 1);
+}
+
+// Track-level archive: imported as the disk it holds.
+inline void MfiImport(const uint8_t* data, size_t size) {
+    TempFile f(".MFI", data, size);
+    ZEBDisk d;
+    if (d.Import(f.Path(), 1)) sink = sink + TouchZeb(d);
+    d.Cleanup();
+}
 
 // Length in bits of the stream after the first byte: bits 2-4 of that byte
 // trim up to seven bits so that lengths off a byte boundary are covered.
@@ -309,6 +323,9 @@ inline constexpr Entry kEntries[] = {
     {"convert", Convert},
     {"scp_import", ScpImport},
     {"kryoflux_import", KryoFluxImport},
+    {"td0_import", Td0Import},
+    {"imd_import", ImdImport},
+    {"mfi_import", MfiImport},
 };
 
 }  // namespace zebfuzz

@@ -327,6 +327,15 @@ void FluxSeeds() {
     Put("kryoflux_import", "mfm-both-sides", both, static_cast<int>(255 * half / both.size()));
 }
 
+// Teledisk files.
+void Td0Seeds() {}
+
+// ImageDisk files.
+void ImdSeeds() {}
+
+// Track-level floppy images of the MFI format.
+void MfiSeeds() {}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -340,5 +349,8 @@ int main(int argc, char** argv) {
     TrackSeeds();
     TrackLevelSeeds();
     FluxSeeds();
+    Td0Seeds();
+    ImdSeeds();
+    MfiSeeds();
     return 0;
 }
