@@ -11,7 +11,8 @@ JOBS=${JOBS:-$(nproc 2>/dev/null || echo 2)}
 # deps [test]: installs what a fresh Debian machine lacks. The build needs a
 # compiler, CMake with its build program (make: --no-install-recommends does not
 # bring it) and the test and benchmark libraries; only the test suite needs
-# chromium, which draws zebscan's picture in one test.
+# chromium, which draws zebscan's picture in one test. zlib reads and writes
+# MFI images.
 deps() {
     local need=()
     command -v cmake >/dev/null || need+=(cmake)
@@ -19,6 +20,7 @@ deps() {
     command -v g++ >/dev/null || need+=(g++)
     [ -f /usr/include/gtest/gtest.h ] || need+=(libgtest-dev)
     [ -f /usr/include/benchmark/benchmark.h ] || need+=(libbenchmark-dev)
+    [ -f /usr/include/zlib.h ] || need+=(zlib1g-dev)
     if [ "${1:-}" = test ]; then
         command -v chromium >/dev/null || need+=(chromium)
     fi

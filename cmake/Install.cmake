@@ -64,6 +64,6 @@ set(CPACK_DEBIAN_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 # Listed by hand: dpkg-shlibdeps cannot inspect binaries of a foreign
 # architecture without that architecture's package database.
-set(CPACK_DEBIAN_PACKAGE_DEPENDS "libc6 (>= 2.34), libstdc++6 (>= 12), libgcc-s1 (>= 3.0)")
+set(CPACK_DEBIAN_PACKAGE_DEPENDS "libc6 (>= 2.34), libstdc++6 (>= 12), libgcc-s1 (>= 3.0), zlib1g (>= 1:1.2.0)")
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 include(CPack)

@@ -4,9 +4,12 @@ set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_C_COMPILER ${ZEBKIT_TARGET_TRIPLE}-gcc)
 set(CMAKE_CXX_COMPILER ${ZEBKIT_TARGET_TRIPLE}-g++)
 
-# Target libraries and headers come from the cross sysroot only; programs
-# (the emulator, host tools) from the build machine.
-set(CMAKE_FIND_ROOT_PATH /usr/${ZEBKIT_TARGET_TRIPLE})
+# Target libraries and headers come from the cross sysroot, and from the
+# machine's own root for Debian's multiarch packages of the target (zlib1g-dev:arm64
+# puts its library in /usr/lib/<triple>, which only the target's library
+# architecture reaches, and its headers in /usr/include); programs (the
+# emulator, host tools) come from the build machine.
+set(CMAKE_FIND_ROOT_PATH /usr/${ZEBKIT_TARGET_TRIPLE} /)
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
