@@ -99,6 +99,8 @@ int VDisk::Import(const Filepath& path, int diskno) {
         r = ImportFDD(path);
     else if (path.HasExt(".NFD"))
         r = ImportNFD(path);
+    else if (path.HasExt(".IMD"))
+        r = ImportIMD(path);
     else if (!plainWhy.empty())
         report.Fail(std::move(plainWhy));
     else if (FixRow(path) >= 0)
@@ -118,7 +120,7 @@ namespace {
 constexpr const char* kFixExts[] = {".XDF", ".HDM", ".2HD", ".DUP", ".IMG",
                                     ".2HC", ".2HQ", ".2DD", ".2D"};
 constexpr const char* kOtherExts[] = {".D68", ".D88", ".D77", ".D98",
-                                      ".DIM", ".FDI", ".FDD", ".NFD"};
+                                      ".DIM", ".FDI", ".FDD", ".NFD", ".IMD"};
 
 }  // namespace
 
@@ -146,6 +148,7 @@ int VDisk::Export(const Filepath& path) {
     if (path.HasExt(".FDI")) return ExportFDI(path);
     if (path.HasExt(".FDD")) return ExportFDD(path);
     if (path.HasExt(".NFD")) return ExportNFD(path);
+    if (path.HasExt(".IMD")) return ExportIMD(path);
     return report.Fail(std::string(path.GetPath()) + ": unknown extension \"" + path.GetExt() +
                        "\"; known: " + ExportExtensions());
 }

@@ -61,6 +61,8 @@ public:
     int ExportFDD(const Filepath& path);
     int ImportNFD(const Filepath& path);
     int ExportNFD(const Filepath& path);
+    int ImportIMD(const Filepath& path);
+    int ExportIMD(const Filepath& path);
 
     static const FixFormatEntry FixFormat[11];
     // The FixFormat row a plain image extension writes, or -1.

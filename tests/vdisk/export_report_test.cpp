@@ -98,7 +98,7 @@ const ReportCase kCases[] = {
      "sector R 4 of track 1.0 holds 70000 bytes, more than .D88 can record (65535)"},
     {"UnknownExtension", "r.xyz", k2HD, 77, 8, 3, nullptr, {},
      "unknown extension \".xyz\"; known: .XDF .HDM .2HD .DUP .IMG .2HC .2HQ .2DD .2D .D68 .D88 "
-     ".D77 .D98 .DIM .FDI .FDD .NFD"},
+     ".D77 .D98 .DIM .FDI .FDD .NFD .IMD"},
 };
 // clang-format on
 

@@ -50,7 +50,7 @@ bool Blank(ZEBDisk& d) {
 }
 const std::string kKnown =
     "; known: .ZEB .HFE .XDF .HDM .2HD .DUP .IMG .2HC .2HQ .2DD .2D .D68 .D88 .D77 .D98 .DIM .FDI "
-    ".FDD .NFD";
+    ".FDD .NFD .IMD";
 
 // clang-format off
 const RefusalCase kRefusals[] = {
