@@ -18,6 +18,7 @@
 #include "fileio/fileio.h"
 #include "zebdisk/trackpool.h"
 #include "zebdisk/zebdisk.h"
+#include "zebdisk/zebhfe3.h"
 
 namespace {
 
@@ -243,8 +244,9 @@ bool ZEBDisk::ImportHFE(const Filepath& path) {
     if (!fio.Read(hbuf, sizeof hbuf))
         return refuse("header: " + ReadFailText(fio, 0, sizeof hbuf, fileSize));
     FieldReader hdr(hbuf, sizeof hbuf);
-    if (!hdr.Equals(hfehdr::kSignature, kHfeSignature, hfehdr::kSignatureLen))
-        return refuse("no HFE signature \"HXCPICFE\"");
+    const bool v3 = hdr.Equals(hfehdr::kSignature, hfe3::kSignature, hfehdr::kSignatureLen);
+    if (!v3 && !hdr.Equals(hfehdr::kSignature, kHfeSignature, hfehdr::kSignatureLen))
+        return refuse("no HFE signature \"HXCPICFE\" or \"HXCHFEV3\"");
     const int tracks = hdr.U8(hfehdr::kTracks);
     const int bitRate = hdr.U16(hfehdr::kBitRate);
     const int64_t listOffset = static_cast<int64_t>(hdr.U16(hfehdr::kTrackListOffset)) * kBlockSize;
@@ -318,6 +320,9 @@ bool ZEBDisk::ImportHFE(const Filepath& path) {
     std::unique_ptr<uint8_t[]> buf;
     size_t bufSize = 0;
     std::string why;
+    // Version 3: what each side's stream held besides its cells.
+    std::vector<hfe3::Side> sides(v3 ? static_cast<size_t>(tracks) * 2 : 0);
+    const int rateCode = hfe3::RateCode(bitRate);
     const bool read =
         ForEachRun(tracks, offsets, end, [&](int c0, int c1, int64_t from, int64_t to) {
             const size_t bytes = static_cast<size_t>(to - from);
@@ -334,6 +339,13 @@ bool ZEBDisk::ImportHFE(const Filepath& path) {
                 const int length = lengths[static_cast<size_t>(c)];
                 const size_t blocks = (static_cast<size_t>(length) + kBlockSize - 1) / kBlockSize;
                 const uint8_t* src = buf.get() + (offsets[static_cast<size_t>(c)] - from);
+                // A version 3 side is read from its own bytes only: the padding after
+                // them is no stream.
+                std::vector<uint8_t> stream, cells;
+                if (v3) {
+                    stream.resize(blocks * kPiece);
+                    cells.resize(static_cast<size_t>(length / 2) + 1);
+                }
                 for (int s = 0; s < 2; s++) {
                     const int slot = c * 2 + s;
                     // A record smaller than the pieces (a cylinder beyond the disk's own
@@ -345,13 +357,28 @@ bool ZEBDisk::ImportHFE(const Filepath& path) {
                     SetRecordInt(slot, zebrec::kIndexOffset, 0);
                     SetRecordInt(slot, zebrec::kBitLength, length * 4);
                     uint8_t* data = GetTrackData(c, s);
+                    uint8_t* into = v3 ? stream.data() : data;
                     for (size_t b = 0; b < blocks; b++)
-                        ReverseCopy(data + b * kPiece,
+                        ReverseCopy(into + b * kPiece,
                                     src + b * kBlockSize + static_cast<size_t>(s) * kPiece, kPiece);
+                    if (!v3) continue;
+                    std::fill(cells.begin(), cells.end(), 0);
+                    hfe3::Side& side = sides[static_cast<size_t>(slot)];
+                    side = hfe3::DecodeSide(stream.data(), static_cast<size_t>(length / 2),
+                                            cells.data(), cells.size() - 1, rateCode);
+                    if (!side.error.empty()) continue;
+                    // The index opcode's cell becomes the track's first, as a loaded
+                    // record's index offset does.
+                    hfe3::RotateCells(cells.data(), side.cells, side.index, data);
+                    SetRecordInt(slot, zebrec::kBitLength, static_cast<int32_t>(side.cells));
                 }
             });
             return true;
         });
     if (!read) return refuse(why);
+    if (v3) {
+        const std::string bad = hfe3::Summarize(sides, bitRate, report);
+        if (!bad.empty()) return refuse(bad);
+    }
     return true;
 }

@@ -191,7 +191,7 @@ const std::tuple<const char*, Bytes (*)(), const char*> kRefused[] = {
     {"rf_missing.zeb", nullptr, "No such file or directory"},
     {"rf_dir.hfe", nullptr, "is a directory"},
     {"rf_good.hfe", [] { return HfeWith({}); }, ""},
-    {"rf_sig.hfe", [] { return HfeWith({{6, 'X' << 8 | 'F'}}); }, "no HFE signature \"HXCPICFE\""},
+    {"rf_sig.hfe", [] { return HfeWith({{6, 'X' << 8 | 'F'}}); }, "no HFE signature \"HXCPICFE\" or \"HXCHFEV3\""},
     {"rf_none.hfe", [] { return HfeWith({{8, 0}}); }, "no tracks in the track list"},
     {"rf_85.hfe", [] { return HfeWith({{8, 85 << 8}}); }, "85 tracks: more cylinders than 84"},
     {"rf_first.hfe", [] { return HfeWith({{514, 0}}); }, "track 0 has length 0, so the rotation speed cannot be estimated"},
