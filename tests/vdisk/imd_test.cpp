@@ -103,6 +103,35 @@ TEST(ImdRoundTrip, EverySampleDiskComesBackWhole) {
     }
 }
 
+TEST(ImdExport, WhatTheFileCannotKeepIsWarnedOf) {
+    const std::string at = " in .IMD (first: track 1.0, R 2)";
+    const std::pair<VSector*, std::string> cases[] = {
+        {Sec(1, 1, 0, 2, 2, SECT_IDCRC), "1 sector with ID CRC errors loses that status" + at},
+        {Sec(1, 1, 0, 2, 2, SECT_NODAM),
+         "1 sector without data or a data mark is written as "
+         "unavailable in .IMD, keeping no data, deleted mark or "
+         "CRC error (first: track 1.0, R 2)"},
+        {Sec(0, 1, 0, 2, 2),
+         "1 sector of the other density than most of its track is written in "
+         "the track's density" +
+             at},
+        {Sec(1, 1, 0, 2, 3, 0, 512),
+         "1 sector whose size code does not match its length loses it "
+         "in .IMD, which keeps lengths only (first: track 1.0, R 2)"},
+        {Sec(1, 1, 0, 2, 7, 0, 16385),
+         "sector R 2 of track 1.0 holds 16385 bytes, more than .IMD "
+         "records (16384)"},
+    };
+    for (const auto& [sector, line] : cases) {
+        VDisk d;
+        Uniform(d, VDISK_2DD, 2, 1, 2);
+        d.Track(1, 0)->AddSector(sector);
+        const bool refused = Written(d, "loss.imd").empty();
+        EXPECT_EQ(refused ? Lines(d.report.error) : d.report.warnings,
+                  Lines(refused ? Scratch("loss.imd") + ": " + line : line));
+    }
+}
+
 // A file of one track record after a header with no comment.
 Bytes Imd(Bytes record) {
     const std::string head = "IMD 1.18: 01/02/2003 04:05:06\r\n\x1A";
