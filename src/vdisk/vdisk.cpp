@@ -109,7 +109,7 @@ int VDisk::Import(const Filepath& path, int diskno) {
         report.Fail(std::string(path.GetPath()) + ": " +
                     (path.GetExt()[0] ? "unknown extension \"" + std::string(path.GetExt()) + "\""
                                       : std::string("no extension")) +
-                    "; known: .ZEB .HFE .SCP .RAW " + ExportExtensions());
+                    "; known: .ZEB .HFE .SCP .RAW .MFI " + ExportExtensions());
     if (r == 0 && report.error.empty())
         report.Fail(plainWhy.empty() ? std::string(path.GetPath()) + ": not read" : plainWhy);
     return r;

@@ -75,9 +75,10 @@ bool ZEBDisk::Import(const Filepath& path, int diskno) {
     report.Clear();
     if (path.IsClear()) return report.Fail("no source file given");
 
-    if (path.HasExt(".HFE") || path.HasExt(".SCP") || path.HasExt(".RAW")) {
+    if (path.HasExt(".HFE") || path.HasExt(".SCP") || path.HasExt(".RAW") || path.HasExt(".MFI")) {
         const bool ok = path.HasExt(".HFE")   ? ImportHFE(path)
                         : path.HasExt(".SCP") ? ImportSCP(path)
+                        : path.HasExt(".MFI") ? ImportMFI(path)
                                               : ImportKryoFlux(path);
         if (!ok) {
             Cleanup();
@@ -143,12 +144,13 @@ bool ZEBDisk::Export(const Filepath& path, int mode) {
     if (Type() == ZEB_RAW) ConvertEncBody();
 
     if (path.HasExt(".HFE")) return ExportHFE(path);
+    if (path.HasExt(".MFI")) return ExportMFI(path);
     if (!VDisk::CanExport(path))
         return report.Fail(std::string(path.GetPath()) + ": " +
                            (path.GetExt()[0]
                                 ? "unknown extension \"" + std::string(path.GetExt()) + "\""
                                 : std::string("no extension")) +
-                           "; known: .ZEB .HFE " + VDisk::ExportExtensions());
+                           "; known: .ZEB .HFE .MFI " + VDisk::ExportExtensions());
 
     const int cylinders = Cylinders();
     const int heads = Heads();

@@ -83,6 +83,11 @@ public:
     // the path names. Both give a RAW disk.
     bool ImportSCP(const Filepath& path);
     bool ImportKryoFlux(const Filepath& path);
+    // MFI track images: flux positions over one revolution, each track
+    // compressed. Import gives a RAW disk; export writes the cells of an
+    // encoded one.
+    bool ImportMFI(const Filepath& path);
+    bool ExportMFI(const Filepath& path);
 
     // Header fields (32-bit little-endian in place).
     int32_t HeaderInt(int off) const;

@@ -171,8 +171,8 @@ TEST(ImageReaders, NoImageSaysWhy) {
         {Scratch("missing.nfd"), "No such file or directory"},
         {dir, "is a directory"},
         {Put("unknown.abc", Bytes(5000, 1)),
-         "unknown extension \".abc\"; known: .ZEB .HFE .SCP .RAW .XDF .HDM .2HD .DUP .IMG .2HC "
-         ".2HQ .2DD .2D "
+         "unknown extension \".abc\"; known: .ZEB .HFE .SCP .RAW .MFI .XDF .HDM .2HD .DUP .IMG "
+         ".2HC .2HQ .2DD .2D "
          ".D68 .D88 .D77 .D98 .DIM .FDI .FDD .NFD .IMD"},
     };
     for (const auto& [file, reason] : cases) {

@@ -49,8 +49,8 @@ bool Blank(ZEBDisk& d) {
     return d.Init(ZEB_2HD, 0, 0, 0);
 }
 const std::string kKnown =
-    "; known: .ZEB .HFE .XDF .HDM .2HD .DUP .IMG .2HC .2HQ .2DD .2D .D68 .D88 .D77 .D98 .DIM .FDI "
-    ".FDD .NFD .IMD";
+    "; known: .ZEB .HFE .MFI .XDF .HDM .2HD .DUP .IMG .2HC .2HQ .2DD .2D .D68 .D88 .D77 .D98 .DIM "
+    ".FDI .FDD .NFD .IMD";
 
 // clang-format off
 const RefusalCase kRefusals[] = {
