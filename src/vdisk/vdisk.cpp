@@ -99,6 +99,8 @@ int VDisk::Import(const Filepath& path, int diskno) {
         r = ImportFDD(path);
     else if (path.HasExt(".NFD"))
         r = ImportNFD(path);
+    else if (path.HasExt(".TD0"))
+        r = ImportTD0(path);
     else if (path.HasExt(".IMD"))
         r = ImportIMD(path);
     else if (!plainWhy.empty())
@@ -109,7 +111,7 @@ int VDisk::Import(const Filepath& path, int diskno) {
         report.Fail(std::string(path.GetPath()) + ": " +
                     (path.GetExt()[0] ? "unknown extension \"" + std::string(path.GetExt()) + "\""
                                       : std::string("no extension")) +
-                    "; known: .ZEB .HFE .SCP .RAW .MFI " + ExportExtensions());
+                    "; known: .ZEB .HFE .SCP .RAW .MFI " + ExportExtensions() + " .TD0");
     if (r == 0 && report.error.empty())
         report.Fail(plainWhy.empty() ? std::string(path.GetPath()) + ": not read" : plainWhy);
     return r;

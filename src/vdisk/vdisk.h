@@ -61,6 +61,7 @@ public:
     int ExportFDD(const Filepath& path);
     int ImportNFD(const Filepath& path);
     int ExportNFD(const Filepath& path);
+    int ImportTD0(const Filepath& path);  // Teledisk, read only
     int ImportIMD(const Filepath& path);
     int ExportIMD(const Filepath& path);
 

@@ -173,7 +173,7 @@ TEST(ImageReaders, NoImageSaysWhy) {
         {Put("unknown.abc", Bytes(5000, 1)),
          "unknown extension \".abc\"; known: .ZEB .HFE .SCP .RAW .MFI .XDF .HDM .2HD .DUP .IMG "
          ".2HC .2HQ .2DD .2D "
-         ".D68 .D88 .D77 .D98 .DIM .FDI .FDD .NFD .IMD"},
+         ".D68 .D88 .D77 .D98 .DIM .FDI .FDD .NFD .IMD .TD0"},
     };
     for (const auto& [file, reason] : cases) {
         VDisk d;
