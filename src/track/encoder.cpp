@@ -200,6 +200,26 @@ int VTrack::ShrinkGapFM(int target) {
     return ShrinkGap(sectors, kFmBudgetBase, target);
 }
 
+int VTrack::LeftOutAt(int cells) const {
+    // A copy of what the budget looks at, so that shrinking leaves the track alone.
+    std::vector<VSector> copy(static_cast<size_t>(std::max(SectorCount(), 0)));
+    size_t n = 0;
+    for (const VSector* s = sectors; s && n < copy.size(); s = s->next, n++) {
+        copy[n].mfm = s->mfm;
+        copy[n].length = s->length;
+        copy[n].gap3 = s->gap3;
+        if (n > 0) copy[n - 1].next = &copy[n];
+    }
+    VSector* list = n ? copy.data() : nullptr;
+    const int64_t base = mfmCount >= fmCount ? kHeaderCells : kFmBudgetBase;
+    if (Budget(list, base) > cells) ShrinkGap(list, base, int64_t{cells} * 97 / 100);
+    int64_t total = kHeaderCells;
+    int left = 0;
+    for (const VSector* s = list; s; s = s->next)
+        if (left > 0 || (total += SectorBudget(s)) > cells) left++;
+    return left;
+}
+
 int VTrack::FillMFM(unsigned char* p, unsigned char b, int count, int* last) {
     if (count <= 0) return 0;
     int none = 0;

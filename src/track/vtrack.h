@@ -31,6 +31,9 @@ public:
     int CalcTotalFM();
     int ShrinkGapMFM(int target);
     int ShrinkGapFM(int target);
+    // The sectors Encode would leave out on a track of `cells` cells, its gaps
+    // shrunk as Encode shrinks them; the track itself is not changed.
+    int LeftOutAt(int cells) const;
     int FillMFM(unsigned char* p, unsigned char b, int count, int* last);
     int GenMFM(unsigned char* p, unsigned char* src, int count, int* last);
     int FillFM(unsigned char* p, unsigned char b, int count);

@@ -53,9 +53,9 @@ const RealImage kImages[] = {
     {"pc98-blank.fdi", "", 1232, 77, {1232, 1232, 1232, 1232, -1, -1, -1, -1, 1232, 1232, 1232, 1232}},
     // 80 x 2 x 18 x 512: only .2HQ, .FDI and the sector-keeping formats.
     {"ensoniq-blank-1440k.img", "", 2880, 80, {2880, 2880, 2880, -1, 2880, -1, -1, -1, 2880, 2880, 2880, 2880}},
-    // 16 x 256 single-density sectors a track do not all fit a 2D track: the encoder keeps
-    // what fits, and every later conversion keeps that.
-    {"mz80b-ipl-selector-2d.d88", "", 630, 35, {630, 630, 630, -1, -1, -1, -1, -1, -1, -1, 630, 630}},
+    // 16 x 256 sectors marked single density a track: no 2D track holds them in FM, so they
+    // are read as MFM, which holds them all.
+    {"mz80b-ipl-selector-2d.d88", "", 1120, 35, {1120, 1120, 1120, -1, -1, -1, -1, -1, -1, 1120, 1120, 1120}},
     // 40 x 2 x 9 x 512 at 250 kbit/s; as .2D it has 368,640 bytes, no plain image size.
     {"pc-sector-test-360k.hfe", "", 720, 40, {720, 720, 720, -1, -1, -1, -1, kNotReadBack, -1, 720, 720, 720}},
     {"fm7-empty.d77", "track 40.0 at offset 451248: its first sector header says 0 sectors", 0, 0, {}},
