@@ -43,7 +43,7 @@ inline void Le16(Bytes& b, size_t v) {
     b.push_back(static_cast<uint8_t>(v >> 8));
 }
 
-// Run-length chunks: runs of 2-byte words (kind 1) or 4-byte pairs (kind 2)
+// Run-length chunks: runs of 1 to 3 repeated 2-byte words (kinds 1 to 3)
 // where they repeat, literal runs elsewhere.
 inline Bytes RunLength(const Bytes& d) {
     Bytes out, lit;
@@ -60,7 +60,7 @@ inline Bytes RunLength(const Bytes& d) {
     size_t i = 0;
     while (i < d.size()) {
         size_t bestUnit = 0, bestReps = 0;
-        for (size_t unit = 2; unit <= 4; unit += 2) {
+        for (size_t unit = 2; unit <= 6; unit += 2) {
             size_t reps = 1;
             while (reps < 255 && i + (reps + 1) * unit <= d.size() &&
                    std::equal(d.begin() + static_cast<long>(i),

@@ -57,8 +57,8 @@ TEST(Td0Import, RealFilesHoldTheSectorsOfTheirTwins) {
     }
 }
 
-// Sector data that suit an encoding: varied bytes, one repeated word, or runs of words and
-// word pairs between literal stretches.
+// Sector data that suit an encoding: varied bytes, one repeated word, or runs of one and
+// three words between literal stretches.
 Bytes DataFor(int encoding, int n, int seed) {
     Bytes d(static_cast<size_t>(128 << n));
     for (size_t i = 0; i < d.size(); i++) {
@@ -67,7 +67,7 @@ Bytes DataFor(int encoding, int n, int seed) {
             static_cast<uint8_t>(encoding == td0blk::kPattern            ? 0x40 + (i & 1) + seed
                                  : encoding == td0blk::kRaw || part == 0 ? i * 7 + seed + (i >> 5)
                                  : part == 1                             ? 0xE5 + (i & 1)
-                                 : part == 2                             ? "ABCD"[i & 3]
+                                 : part == 2                             ? "ABCDEF"[i % 6]
                                                                          : i >> 4);
     }
     return d;
