@@ -72,6 +72,70 @@ inline Flux CellsToFlux(const uint8_t* cells, int bits, const Shape& s) {
     return f;
 }
 
+// A drive's view of a track under realistic noise: every transition sits at
+// its cell's place, displaced by Gaussian noise; the disk turns with a slow
+// wobble over each revolution around a speed of its own; the index lies
+// anywhere in the track; and the flux runs on across each index, revolution
+// r + 1 continuing where r ended.
+struct Noise {
+    double sigma = 0.0;  // Gaussian displacement of each transition, in cells
+    // Speed 1 + wobble * sin(2 pi x / revolution + phase) at cell x of the
+    // revolution, the phase drawn per track.
+    double wobble = 0.015;
+    double offset = 0.01;  // the track's own speed, drawn within 1 +- offset
+    int indexCell = -1;    // the cell the index lies at; -1: a random one
+    int revolutions = 2;
+    double clockHz = 40e6;  // SCP at 25 ns
+    // Nominal length of one cell, as in Shape: an MFM data bit is two cells
+    // (clock and data) and an FM one four, so 2e-6 for 250 kbit/s MFM and
+    // 1e-6 for 500 kbit/s MFM.
+    double cellSeconds = 2e-6;
+    uint32_t seed = 1;
+};
+
+// One track's continuous flux over n.revolutions turns, with its index times.
+inline Flux NoisyFlux(const uint8_t* cells, int bits, const Noise& n) {
+    constexpr double kTwoPi = 6.283185307179586;
+    constexpr int kLead = 16;  // cells the drive reads before the first index and after the last
+    Flux f;
+    if (bits <= 0 || n.revolutions <= 0) return f;
+    std::mt19937 rng(n.seed);
+    std::uniform_real_distribution<double> unit(0.0, 1.0);
+    std::normal_distribution<double> gauss(0.0, 1.0);
+    const double phase = kTwoPi * unit(rng);
+    const double cell = n.cellSeconds * n.clockHz / (1.0 + n.offset * (2 * unit(rng) - 1));
+    const int index =
+        n.indexCell >= 0 ? n.indexCell % bits : static_cast<int>(unit(rng) * bits) % bits;
+    // Clock units a cell lasts at position x (cells from the first index).
+    auto length = [&](double x) {
+        return cell / (1.0 + n.wobble * std::sin(kTwoPi * x / bits + phase));
+    };
+    // Time runs from x = -kLead; each step integrates the cell length over
+    // the few cells between two events at its middle: the wobble is slow.
+    double x = -kLead, t = 0;
+    auto advance = [&](double to) {
+        t += (to - x) * length((x + to) / 2);
+        x = to;
+    };
+    std::vector<double> times;
+    const int64_t total = int64_t{n.revolutions} * bits;
+    for (int64_t k = -kLead; k < total + kLead; k++) {
+        if (k >= 0 && k <= total && k % bits == 0) {
+            advance(static_cast<double>(k));
+            f.index.push_back(static_cast<uint64_t>(std::llround(t)));
+        }
+        const int64_t i = ((k + index) % bits + bits) % bits;
+        if (!((cells[i >> 3] >> (7 - (i & 7))) & 1)) continue;
+        advance(static_cast<double>(k) + 0.5);
+        const double at = t + (n.sigma > 0 ? n.sigma * gauss(rng) * length(x) : 0.0);
+        times.push_back(std::max(at, 1.0));
+    }
+    std::sort(times.begin(), times.end());
+    f.times.reserve(times.size());
+    for (double v : times) f.times.push_back(static_cast<uint64_t>(std::llround(v)));
+    return f;
+}
+
 // tracks: SCP track number (cylinder x 2 + head) to its flux, in clock units
 // of the resolution (25 ns x (n + 1)).
 inline Bytes MakeScp(const std::map<int, Flux>& tracks, uint8_t heads = 0, uint8_t res = 0) {
