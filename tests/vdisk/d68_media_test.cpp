@@ -54,38 +54,31 @@ TEST(D68Media, A2DByteOverTracksNo2DDiskHoldsIsOverridden) {
 }
 
 // Sectors marked single density that a track of the disk's type holds in MFM only are read
-// as MFM; where FM fits, or nothing does, the density byte stands.
+// as MFM, with its gaps; where FM fits, or nothing does, the density byte stands.
 TEST(D68Media, SingleDensityThatOnlyMfmFitsIsReadAsMfm) {
     const struct {
-        int count, n;
-        uint8_t media;
-        int mfm, kept;  // per track, once encoded at the disk type's length
-        const char* warning;
+        int count, n, media, mfm, kept;  // kept: per track, once encoded at the type's length
+        std::string type;                // named in the warning when read as MFM
     } cases[] = {
-        {16, 0, 0x00, 0, 16, ""},
-        {16, 1, 0x00, 1, 16,
-         "4 tracks marked single density (0x40) do not fit a 2D track in FM but do in MFM, and "
-         "were read as MFM (first: track 0.0)"},
-        {26, 0, 0x20, 0, 26, ""},
-        {26, 1, 0x20, 1, 26,
-         "4 tracks marked single density (0x40) do not fit a 2HD track in FM but do in MFM, and "
-         "were read as MFM (first: track 0.0)"},
-        {11, 2, 0x10, 0, 5, ""},  // 11 x 512 fits neither: the encoder keeps 5 in FM
+        // 11 x 512 fits neither: the encoder keeps 5 in FM.
+        {16, 0, 0x00, 0, 16, ""},    {16, 1, 0x00, 1, 16, "2D"}, {26, 0, 0x20, 0, 26, ""},
+        {26, 1, 0x20, 1, 26, "2HD"}, {11, 2, 0x10, 0, 5, ""},
     };
     for (const auto& k : cases) {
         SCOPED_TRACE(&k - cases);
         VDisk d;
-        ASSERT_EQ(d.Import(PathOf(Put("density.d88",
-                                      D88Of("density_src.d88", 2, k.count, k.n, 0, k.media))),
-                           1),
-                  1);
-        EXPECT_EQ(d.report.warnings, Lines(k.warning));
+        const Bytes file = D88Of("density_src.d88", 2, k.count, k.n, 0, uint8_t(k.media));
+        ASSERT_EQ(d.Import(PathOf(Put("density.d88", file)), 1), 1);
+        EXPECT_EQ(d.report.warnings,
+                  Lines(k.type.empty() ? ""
+                                       : "4 tracks marked single density (0x40) do not fit a " +
+                                             k.type + " track in FM but do in MFM, and were " +
+                                             "read as MFM (first: track 0.0)"));
         const int cells = k.media == 0x20 ? 166666 : 100000;
         std::vector<uint8_t> buf(cells / 8 + 1);
         for (int t = 0; t < 4; t++) {
             VTrack* tr = d.Track(t / 2, t % 2);
-            EXPECT_EQ(std::pair(tr->mfmCount, tr->fmCount),
-                      std::pair(k.mfm * k.count, (1 - k.mfm) * k.count));
+            EXPECT_EQ(tr->mfmCount, k.mfm * k.count);
             for (const VSector* s = tr->sectors; s; s = s->next)
                 EXPECT_EQ(s->gap3, s->CalcGAP3(k.mfm, s->idN));
             tr->Encode(0, buf.data(), cells);
