@@ -7,6 +7,7 @@
 // that take a parameter byte start with it (see fuzz_entries.h).
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <string>
@@ -15,6 +16,8 @@
 #include "fileio/fieldio.h"
 #include "fuzz_entries.h"
 #include "vdisk/imagecommon.h"
+
+#include "../tools/td0synth.h"
 
 namespace {
 
@@ -211,6 +214,20 @@ void TrackLevelSeeds() {
         enc.SetHeaderInt(zebhdr::kCylinders, 2);
         if (enc.ExportHFE(hfe.Path())) {
             Put("hfe_import", "2dd", Slurp(hfe.Path()));
+            // Version 3: every opcode at the start of cylinder 0, bits reversed as the
+            // file keeps them; side 1 changes the rate.
+            Bytes v3 = Slurp(hfe.Path());
+            const uint8_t ops[2][8] = {{0xF1, 0xF2, 72, 0xF0, 0xF4, 0xF3, 3, 0x4E},
+                                       {0xF1, 0x4E, 0xF2, 60, 0x4E, 0xF0, 0x4E, 0x4E}};
+            for (size_t s = 0; s < 2 && v3.size() >= 1024 + 512; s++)
+                for (size_t i = 0; i < 8; i++) {
+                    uint8_t r = 0;
+                    for (int b = 0; b < 8; b++)
+                        r = static_cast<uint8_t>(r << 1 | (ops[s][i] >> b & 1));
+                    v3[1024 + s * 256 + i] = r;
+                }
+            for (size_t i = 0; i < 8; i++) v3[i] = static_cast<uint8_t>("HXCHFEV3"[i]);
+            Put("hfe_import", "2dd-v3", v3);
             Put("convert", "hfe", Slurp(hfe.Path()), 1);
         }
     }
@@ -327,11 +344,53 @@ void FluxSeeds() {
     Put("kryoflux_import", "mfm-both-sides", both, static_cast<int>(255 * half / both.size()));
 }
 
-// Teledisk files.
-void Td0Seeds() {}
+// Teledisk files: one small disk with a comment, an FM and an MFM track, every
+// data encoding and every sector flag, in each of the three body forms.
+void Td0Seeds() {
+    using namespace td0synth;
+    Image img;
+    img.hasComment = true;
+    img.comment = std::string("FUZZ SEED\0second line\0", 22);
+    Track mfm{0, 0, {}}, fm{0, 1 | td0trk::kHeadFM, {}};
+    const int flags[] = {0, td0sec::kCrcError, td0sec::kDeleted, td0sec::kDuplicate, td0sec::kNoId};
+    for (int i = 0; i < 6; i++) {
+        Bytes data = Pattern(i, 128 << (i % 2));
+        if (i % 3 == td0blk::kPattern) data = Bytes(data.size(), static_cast<uint8_t>(0xE5 + i));
+        if (i % 3 == td0blk::kRunLength) std::fill(data.begin() + 16, data.end() - 16, 0xF6);
+        mfm.sectors.push_back({0, 0, i + 1, i % 2, flags[i % 5], data, i % 3, {}});
+    }
+    mfm.sectors.push_back({0, 0, 7, 1, td0sec::kNoData, {}, 0, {}});
+    mfm.sectors.push_back({0, 0, 8, 1, td0sec::kSkipped, {}, 0, {}});
+    for (int i = 0; i < 4; i++)
+        fm.sectors.push_back({0, 1, i + 1, 0, 0, Pattern(9 + i, 128), 0, {}});
+    img.tracks = {mfm, fm};
+    Put("td0_import", "td0-normal", File(img, kNormal));
+    Put("td0_import", "td0-lzw", File(img, kLzw));
+    Put("td0_import", "td0-lzhuf", File(img, kLzhuf));
+}
 
-// ImageDisk files.
-void ImdSeeds() {}
+// ImageDisk files: the small disks (FM and MFM tracks, deleted and CRC-error
+// records), and one track of every record kind, maps and a size table.
+void ImdSeeds() {
+    VDisk v2hd, v2d;
+    BuildSmall(v2hd, VDISK_2HD);
+    BuildSmall(v2d, VDISK_2D);
+    Put("imd_import", "imd-2hd", ExportVDisk(v2hd, ".IMD"));
+    Put("imd_import", "imd-2d", ExportVDisk(v2d, ".IMD"));
+
+    VDisk mixed;
+    mixed.Init(VDISK_2DD, 1, 2);
+    VTrack* t = mixed.Track(0, 1);
+    const int status[] = {0, SECT_DELETED, SECT_DATACRC, SECT_DELETED | SECT_DATACRC};
+    for (int i = 0; i < 8; i++) {
+        const int len = 128 << (i % 3);
+        // Odd sectors are filled with one byte, so they are written compressed.
+        const Bytes data = i % 2 ? Bytes(static_cast<size_t>(len), 0xE5) : Pattern(i, len);
+        t->AddSector(MakeSector(1, 5, 0, i + 1, i % 3, data.data(), len, 22, 84, status[i % 4]));
+    }
+    t->AddSector(MakeSector(1, 5, 0, 9, 2, nullptr, 0, 22, 84, SECT_NODAM));
+    Put("imd_import", "imd-records", ExportVDisk(mixed, ".IMD"));
+}
 
 // Track-level floppy images of the MFI format.
 void MfiSeeds() {}
