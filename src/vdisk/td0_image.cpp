@@ -314,7 +314,11 @@ int VDisk::ImportTD0(const Filepath& path) {
         for (auto& row : tracks)
             for (auto& t : row) {
                 if (!t) continue;
-                for (VSector* s = t->sectors; s; s = s->next) s->mfm = 0;
+                for (VSector* s = t->sectors; s; s = s->next) {
+                    s->mfm = 0;
+                    s->gap2 = 11;
+                    s->gap3 = Gap3FM[std::min<int>(s->idN, 3)];
+                }
                 t->fmCount += t->mfmCount;
                 t->mfmCount = 0;
             }

@@ -126,6 +126,8 @@ TEST(Td0Import, EncodingsFlagsDensitiesAndRates) {
             EXPECT_EQ(std::tuple(x->idC, x->idH, x->idR, x->idN, x->status, x->mfm),
                       std::tuple(k.cyl, 0, 3, 2, k.status, k.mfm));
             EXPECT_EQ(Bytes(x->data, x->data + x->length), want);
+            EXPECT_EQ(std::pair(x->gap2, x->gap3),
+                      std::pair(k.mfm ? 22 : 11, (k.mfm ? Gap3MFM : Gap3FM)[2]));
             EXPECT_EQ(d.Track(1, 1)->sectors->mfm, k.mfmOf1);
             EXPECT_EQ(d.Track(1, 1)->SectorCount(), 1);
             EXPECT_EQ(d.report.warnings, Lines(k.warning));
