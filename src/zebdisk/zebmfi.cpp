@@ -283,7 +283,10 @@ bool ZEBDisk::ImportMFI(const Filepath& path) {
             j.compressed = table.U32(e + mfitrk::kCompressed);
             j.plain = table.U32(e + mfitrk::kPlain);
             if (row & ((size_t{1} << shift) - 1)) {
-                if (j.compressed) between.Add(j.c, j.h);
+                if (j.compressed)
+                    between.Add(j.c, j.h,
+                                Str(row & ((size_t{1} << shift) - 1)) + "/" +
+                                    Str(size_t{1} << shift) + " step on");
                 continue;
             }
             if (j.compressed || j.plain) jobs.push_back(j);
@@ -391,15 +394,15 @@ bool ZEBDisk::ExportMFI(const Filepath& path) {
         const int64_t offset = RecordInt(slot, zebrec::kIndexOffset) % bits;
         const uint64_t index = static_cast<uint64_t>(offset < 0 ? offset + bits : offset);
 
-        // Cells from the index on, each transition at the start of its cell and
-        // the turn spread evenly over the cells; the cell on the index closes the
-        // turn, so that every entry is a length from the transition before.
+        // Cells from the index on, the turn spread evenly over them, each
+        // transition in the middle of its cell, where a data separator centres
+        // its window; every entry is the length from the transition before.
         Out& o = outs[static_cast<size_t>(i)];
         std::vector<uint8_t> plain;
         plain.reserve(static_cast<size_t>(n / 2) * 4);
         uint32_t before = 0;
         auto put = [&](uint64_t k) {
-            const uint32_t a = k == 0 ? kTurn : static_cast<uint32_t>((k * kTurn + n / 2) / n);
+            const uint32_t a = static_cast<uint32_t>(((2 * k + 1) * kTurn + n) / (2 * n));
             if (a <= before) return;
             if (plain.size() / 4 >= kMaxEntries) {
                 o.cut = true;
@@ -410,9 +413,8 @@ bool ZEBDisk::ExportMFI(const Filepath& path) {
             for (int b = 0; b < 4; b++) plain.push_back(static_cast<uint8_t>(v >> (8 * b)));
         };
         const size_t bytes = static_cast<size_t>(RecordDataSize(slot));
-        ForEachSetBit(data, bytes, index + 1, n, [&](uint64_t cell) { put(cell - index); });
+        ForEachSetBit(data, bytes, index, n, [&](uint64_t cell) { put(cell - index); });
         ForEachSetBit(data, bytes, 0, index, [&](uint64_t cell) { put(cell + n - index); });
-        ForEachSetBit(data, bytes, index, index + 1, [&](uint64_t) { put(0); });
         if (plain.empty()) return;
 
         uLongf size = compressBound(static_cast<uLong>(plain.size()));
