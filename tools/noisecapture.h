@@ -40,6 +40,11 @@ inline constexpr Geometry kNoiseDisks[3] = {
     {"1440K_18x512", 10, 2, 18, 2, true, 500, 300},
 };
 
+// The disks the flux benchmarks time: a single-sided DD disk of 40 cylinders
+// and a PC-98 2HD disk of 80.
+inline constexpr Geometry kBenchDD{"DD_40x1_16x256", 40, 1, 16, 1, true, 250, 300};
+inline constexpr Geometry kBench2HD{"Pc98_2HD_80x2_8x1024", 80, 2, 8, 3, true, 500, 360};
+
 struct Result {
     int sectors = 0;  // in the source
     int good = 0;     // exported without error and equal to the source's bytes

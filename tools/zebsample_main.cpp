@@ -10,6 +10,12 @@
 //   .2d                        2D, 40 cylinders of 9 x 512 (an IBM PC 360 KB disk)
 //   .scp                       that 2D disk as a flux capture: two revolutions
 //                              a track, transitions off their cells by up to 5%
+//   .dd.scp                    a noisy capture (transitions off their cells by
+//                              0.03 cells, one standard deviation; speed wobbling;
+//                              the index anywhere) of 40 cylinders, one side, of
+//                              16 x 256 (250 kbit/s MFM, 300 rpm), three revolutions
+//   .2hd.scp                   the same of a PC-98 2HD disk, 80 cylinders of
+//                              8 x 1,024 (360 rpm), two revolutions
 //   .d88 .d77 .d68 .d98 .nfd   a PC-98 style 2HD disk: cylinder 0 head 0 holds
 //   .fdd                       26 FM sectors of 128 bytes, every other track 26
 //                              MFM sectors of 256 bytes; one deleted sector
@@ -26,6 +32,7 @@
 #include <vector>
 
 #include "fluxsynth.h"
+#include "noisecapture.h"
 #include "vdisk/imagecommon.h"
 #include "vdisk/vdisk.h"
 #include "zebdisk/zebdisk.h"
@@ -96,6 +103,13 @@ void BuildPc98(VDisk& disk) {
     std::snprintf(disk.name, sizeof(disk.name), "ZEBKIT SAMPLE");
 }
 
+bool WriteFile(const fluxsynth::Bytes& b, const char* file) {
+    std::FILE* f = std::fopen(file, "wb");
+    if (!f) return false;
+    const bool ok = std::fwrite(b.data(), 1, b.size(), f) == b.size();
+    return std::fclose(f) == 0 && ok;
+}
+
 // The 2D sample as a drive would read it: each track encoded into its cells
 // at 500 kbit/s and 300 rpm, then turned into flux times of an SCP capture
 // (25 ns units).
@@ -113,11 +127,28 @@ bool WriteCapture(const VDisk& disk, const char* file) {
             const int bits = disk.Track(c, h)->Encode(0, cells.data(), kCells);
             tracks[c * 2 + h] = fluxsynth::CellsToFlux(cells.data(), bits, shape);
         }
-    const fluxsynth::Bytes scp = fluxsynth::MakeScp(tracks);
-    std::FILE* f = std::fopen(file, "wb");
-    if (!f) return false;
-    const bool ok = std::fwrite(scp.data(), 1, scp.size(), f) == scp.size();
-    return std::fclose(f) == 0 && ok;
+    return WriteFile(fluxsynth::MakeScp(tracks), file);
+}
+
+// A disk of known contents captured under realistic noise: its tracks encoded
+// at the geometry's rate and speed, then each turned into flux of its own seed.
+bool WriteNoisyCapture(const noisecapture::Geometry& g, int revolutions, const char* file) {
+    VDisk disk;
+    noisecapture::Build(disk, g);
+    const int bits = 60000 * 2 * g.rateKbps / g.rpm;
+    std::vector<uint8_t> cells(static_cast<size_t>(bits + 7) / 8);
+    fluxsynth::Noise n;
+    n.sigma = 0.03;
+    n.revolutions = revolutions;
+    n.cellSeconds = noisecapture::CellSeconds(g);
+    std::map<int, fluxsynth::Flux> tracks;
+    for (int c = 0; c < g.cylinders; c++)
+        for (int h = 0; h < g.heads; h++) {
+            n.seed = noisecapture::TrackSeed(1, c * 2 + h);
+            const int len = disk.Track(c, h)->Encode(0, cells.data(), bits);
+            tracks[c * 2 + h] = fluxsynth::NoisyFlux(cells.data(), len, n);
+        }
+    return WriteFile(fluxsynth::MakeScp(tracks, g.heads == 1 ? 1 : 0), file);
 }
 
 }  // namespace
@@ -137,8 +168,21 @@ int main(int argc, char* argv[]) {
     }
     VDisk disk;
     if (out.HasExt(".SCP")) {
-        BuildPlain(disk, k360K);
-        if (WriteCapture(disk, argv[1])) return 0;
+        const size_t len = std::strlen(argv[1]);
+        auto endsWith = [&](const char* tail) {
+            const size_t n = std::strlen(tail);
+            return len >= n && strcasecmp(argv[1] + len - n, tail) == 0;
+        };
+        bool ok;
+        if (endsWith(".dd.scp")) {
+            ok = WriteNoisyCapture(noisecapture::kBenchDD, 3, argv[1]);
+        } else if (endsWith(".2hd.scp")) {
+            ok = WriteNoisyCapture(noisecapture::kBench2HD, 2, argv[1]);
+        } else {
+            BuildPlain(disk, k360K);
+            ok = WriteCapture(disk, argv[1]);
+        }
+        if (ok) return 0;
         std::fprintf(stderr, "%s: cannot write %s\n", argv[0], argv[1]);
         return 14;
     }
