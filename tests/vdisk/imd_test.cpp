@@ -8,64 +8,51 @@ using namespace vdt;
 
 namespace {
 
-// Sector counts of a disk: all, FM, without a data mark (and without data).
-std::tuple<int, int, int> Counts(const VDisk& d) {
+// Sector counts of a disk: all, FM, IDs without a data mark or data; and the first
+// sector's H and R on track 7.1.
+std::tuple<int, int, int, int, int> Counts(const VDisk& d) {
     int all = 0, fm = 0, nodam = 0;
-    for (int t = 0; t < 2 * VDisk::kMaxCylinders; t++)
-        for (const VSector* s = d.Track(t / 2, t % 2) ? d.Track(t / 2, t % 2)->sectors : nullptr; s;
-             s = s->next)
+    for (int t = 0; t < 2 * d.cylinders; t++)
+        for (const VSector* s = d.Track(t / 2, t % 2)->sectors; s; s = s->next)
             all++, fm += !s->mfm, nodam += s->status == SECT_NODAM && !s->length && !s->data;
-    return {all, fm, nodam};
+    const VSector* s = d.Track(7, 1)->sectors;
+    return {all, fm, nodam, s->idH, s->idR};
 }
 
 TEST(ImdImport, RealFilesHoldTheirDisks) {
     const std::string dir = std::string(ZEBKIT_REALIMAGES_DIR) + "/archive/";
     if (!std::ifstream(dir + "pc-720k.imd")) GTEST_SKIP() << "no real images at " << dir;
-    struct Case {
-        const char* file;
-        int type, cyls, sectors, fm, unavailable;
-        const char* warning;
+    // {file, type, cylinders, {sectors, FM, unavailable, H and R of track 7.1}, warning}
+    // clang-format off
+    const std::tuple<const char*, int, int, std::tuple<int, int, int, int, int>, const char*> cases[] = {
+        {"pc-720k", 3, 80, {1440, 0, 0, 1, 1}, ""},
+        {"os9-mixed-modes", 7, 35, {644, 16, 0, 1, 0}, "1 track at 250 or 300 kbit/s is read as 2HD like the other 69 (first: track 0.0)"},
+        {"kaypro-unavailable-sectors", 1, 40, {800, 0, 2, 0, 10}, "2 sectors are recorded as unavailable, read as an ID without a data mark (first: track 0.0, R 1)"},
     };
-    const Case cases[] = {
-        {"pc-720k.imd", 3, 80, 1440, 0, 0, ""},
-        {"os9-mixed-modes.imd", 7, 35, 644, 16, 0,
-         "1 track at 250 or 300 kbit/s is read as 2HD like the other 69 (first: track 0.0)"},
-        {"kaypro-unavailable-sectors.imd", 1, 40, 800, 0, 2,
-         "2 sectors are recorded as unavailable, read as an ID without a data mark (first: "
-         "track 0.0, R 1)"},
-    };
-    for (const Case& k : cases) {
-        SCOPED_TRACE(k.file);
+    // clang-format on
+    for (const auto& [file, type, cyls, counts, warning] : cases) {
+        SCOPED_TRACE(file);
         VDisk d, back;
-        ExpectImport(d, dir + k.file, "");
-        EXPECT_EQ(std::tuple(d.type, d.cylinders, d.heads), std::tuple(k.type, k.cyls, 2));
-        EXPECT_EQ(Counts(d), std::tuple(k.sectors, k.fm, k.unavailable));
-        EXPECT_EQ(d.report.warnings, Lines(k.warning));
+        ExpectImport(d, dir + file + ".imd", "");
+        EXPECT_EQ(std::tuple(d.type, d.cylinders, d.heads), std::tuple(type, cyls, 2));
+        EXPECT_EQ(Counts(d), counts);
+        EXPECT_EQ(d.report.warnings, Lines(warning));
         // D88 keeps every sector; only the missing data marks are not read back.
         Written(d, "real.d88");
         ExpectImport(back, Scratch("real.d88"), "");
-        for (int t = 0; t < 2 * k.cyls; t++)
+        for (int t = 0; t < 2 * cyls; t++)
             for (VSector* s = d.Track(t / 2, t % 2)->sectors; s; s = s->next)
                 s->status &= SECT_DELETED;
         EXPECT_EQ(Diff(d, back), "");
+        // The same disk as a plain image: every sector, found by its R.
+        if (std::string(file) != "pc-720k") continue;
+        ExpectImport(back, dir + file + ".img", "");
+        for (int t = 0; t < 2 * cyls; t++)
+            for (const VSector* s = d.Track(t / 2, t % 2)->sectors; s; s = s->next) {
+                const VSector* p = back.Track(t / 2, t % 2)->GetSectorByIndex(s->idR - 1);
+                ASSERT_EQ(Bytes(s->data, s->data + s->length), Bytes(p->data, p->data + p->length));
+            }
     }
-    // The same disk as a plain image: every sector, found by its R.
-    VDisk imd, img;
-    ExpectImport(imd, dir + "pc-720k.imd", "");
-    ExpectImport(img, dir + "pc-720k.img", "");
-    for (int t = 0; t < 160; t++)
-        for (const VSector* s = imd.Track(t / 2, t % 2)->sectors; s; s = s->next) {
-            const VSector* p = img.Track(t / 2, t % 2)->GetSectorByIndex(s->idR - 1);
-            ASSERT_EQ(Bytes(s->data, s->data + s->length), Bytes(p->data, p->data + p->length));
-        }
-    // Single density, then double density of two sizes; side 1 of the Kaypro disk says head 0.
-    ExpectImport(imd, dir + "os9-mixed-modes.imd", "");
-    EXPECT_EQ(std::tuple(imd.Track(0, 1)->SectorCount(), imd.Track(0, 1)->sectors->idN,
-                         imd.Track(0, 0)->sectors->idN, imd.Track(9, 1)->sectors->idN),
-              std::tuple(16, 1, 0, 2));
-    ExpectImport(imd, dir + "kaypro-unavailable-sectors.imd", "");
-    EXPECT_EQ(std::tuple(imd.Track(7, 1)->sectors->idH, imd.Track(7, 1)->sectors->idR),
-              std::tuple(0, 10));
 }
 
 TEST(ImdRoundTrip, EverySampleDiskComesBackWhole) {
@@ -92,9 +79,8 @@ TEST(ImdRoundTrip, EverySampleDiskComesBackWhole) {
         const Bytes file = Written(src, "rt.imd");
         EXPECT_EQ(src.report.warnings, Lines(""));
         const std::string text(file.begin(), file.begin() + 47);
-        EXPECT_TRUE(
-            std::regex_match(text, std::regex("IMD 1\\.18: \\d\\d/\\d\\d/\\d{4} "
-                                              "\\d\\d:\\d\\d:\\d\\d\r\nSample disk \\d\r\n\x1A")))
+        EXPECT_TRUE(std::regex_match(text, std::regex(R"(IMD 1\.18: \d\d/\d\d/\d{4} \d\d:\d\d:\d\d)"
+                                                      "\r\nSample disk \\d\r\n\x1A")))
             << text;
         ExpectImport(back, Scratch("rt.imd"), "");
         EXPECT_EQ(std::tuple(back.type, back.cylinders, back.heads), std::tuple(k[4], k[1], 2));
@@ -104,24 +90,16 @@ TEST(ImdRoundTrip, EverySampleDiskComesBackWhole) {
 }
 
 TEST(ImdExport, WhatTheFileCannotKeepIsWarnedOf) {
-    const std::string at = " in .IMD (first: track 1.0, R 2)";
+    const std::string at = " (first: track 1.0, R 2)";
+    // clang-format off
     const std::pair<VSector*, std::string> cases[] = {
-        {Sec(1, 1, 0, 2, 2, SECT_IDCRC), "1 sector with ID CRC errors loses that status" + at},
-        {Sec(1, 1, 0, 2, 2, SECT_NODAM),
-         "1 sector without data or a data mark is written as "
-         "unavailable in .IMD, keeping no data, deleted mark or "
-         "CRC error (first: track 1.0, R 2)"},
-        {Sec(0, 1, 0, 2, 2),
-         "1 sector of the other density than most of its track is written in "
-         "the track's density" +
-             at},
-        {Sec(1, 1, 0, 2, 3, 0, 512),
-         "1 sector whose size code does not match its length loses it "
-         "in .IMD, which keeps lengths only (first: track 1.0, R 2)"},
-        {Sec(1, 1, 0, 2, 7, 0, 16385),
-         "sector R 2 of track 1.0 holds 16385 bytes, more than .IMD "
-         "records (16384)"},
+        {Sec(1, 1, 0, 2, 2, SECT_IDCRC), "1 sector with ID CRC errors loses that status in .IMD" + at},
+        {Sec(1, 1, 0, 2, 2, SECT_NODAM), "1 sector without data or a data mark is written as unavailable in .IMD, keeping no data, deleted mark or CRC error" + at},
+        {Sec(0, 1, 0, 2, 2), "1 sector of the other density than most of its track is written in the track's density in .IMD" + at},
+        {Sec(1, 1, 0, 2, 3, 0, 512), "1 sector whose size code does not match its length loses it in .IMD, which keeps lengths only" + at},
+        {Sec(1, 1, 0, 2, 7, 0, 16385), "sector R 2 of track 1.0 holds 16385 bytes, more than .IMD records (16384)"},
     };
+    // clang-format on
     for (const auto& [sector, line] : cases) {
         VDisk d;
         Uniform(d, VDISK_2DD, 2, 1, 2);
@@ -141,36 +119,31 @@ Bytes Imd(Bytes record) {
 }
 
 TEST(ImdImport, HostileFilesAreRefused) {
-    const std::string t = "track 0.1 (record at offset 32): ";
+    const std::string r = "track record at offset 32: ", t = "track 0.1 (record at offset 32): ";
+    auto ends = [](int at, int want, int from) {
+        return "file ends early at offset " + std::to_string(at) + " (" + std::to_string(want) +
+               " bytes wanted from offset " + std::to_string(from) + ")";
+    };
+    // clang-format off
     const std::pair<Bytes, std::string> cases[] = {
         {{}, "empty file"},
         {{'I', 'M', 'G', ' ', 0x1A}, "no \"IMD \" header line at the start"},
         {{'I', 'M', 'D', ' ', '1'}, "no 0x1A byte ends the header and comment"},
-        {Imd({5, 0, 1, 1}),
-         "track record at offset 32: file ends early at offset 36 (5 bytes "
-         "wanted from offset 32)"},
-        {Imd({6, 0, 1, 1, 2}), "track record at offset 32: mode 6 (0 to 5 are read)"},
-        {Imd({5, 0, 3, 1, 2}),
-         "track record at offset 32: head byte 0x03 (head 0 or 1 with the "
-         "map flags 0x80 and 0x40 are read)"},
-        {Imd({5, 0, 1, 1, 7}), "track record at offset 32: size code 7 (0 to 6 and 0xFF are read)"},
-        {Imd({5, 0, 1, 2, 2, 1}),
-         t + "sector numbering map: file ends early at offset 38 (2 bytes wanted from offset 37)"},
-        {Imd({5, 0, 0xC1, 1, 2, 1, 0}),
-         t + "head map: file ends early at offset 39 (1 bytes wanted from offset 39)"},
-        {Imd({5, 0, 1, 1, 0xFF, 1, 0}),
-         t + "sector size table: file ends early at offset 39 (2 bytes wanted from offset 38)"},
+        {Imd({5, 0, 1, 1}), r + ends(36, 5, 32)},
+        {Imd({6, 0, 1, 1, 2}), r + "mode 6 (0 to 5 are read)"},
+        {Imd({5, 0, 3, 1, 2}), r + "head byte 0x03 (head 0 or 1 with the map flags 0x80 and 0x40 are read)"},
+        {Imd({5, 0, 1, 1, 7}), r + "size code 7 (0 to 6 and 0xFF are read)"},
+        {Imd({5, 0, 1, 2, 2, 1}), t + "sector numbering map: " + ends(38, 2, 37)},
+        {Imd({5, 0, 0xC1, 1, 2, 1, 0}), t + "head map: " + ends(39, 1, 39)},
+        {Imd({5, 0, 1, 1, 0xFF, 1, 0}), t + "sector size table: " + ends(39, 2, 38)},
         {Imd({5, 0, 1, 1, 0xFF, 1, 0, 0}), t + "sector 1 of 0 bytes (1 to 16384 are read)"},
-        {Imd({5, 0, 1, 1, 0xFF, 1, 0x01, 0x40}),
-         t + "sector 1 of 16385 bytes (1 to 16384 are read)"},
+        {Imd({5, 0, 1, 1, 0xFF, 1, 0x01, 0x40}), t + "sector 1 of 16385 bytes (1 to 16384 are read)"},
         {Imd({5, 0, 1, 1, 2, 1, 9}), t + "sector 1: record type 9 (0 to 8 are read)"},
-        {Imd({5, 0, 1, 1, 2, 1, 1, 0}),
-         t + "sector 1: file ends early at offset 40 (512 bytes wanted from offset 39)"},
-        {Imd({5, 0, 1, 1, 2, 1, 8}),
-         t + "sector 1: file ends early at offset 39 (1 bytes wanted from offset 39)"},
-        {Imd({5, 0, 1, 9, 6, 1, 2, 3, 4, 5, 6, 7, 8, 9}),
-         t + "9 sectors of 73728 bytes, more than any track holds (65536 are read)"},
+        {Imd({5, 0, 1, 1, 2, 1, 1, 0}), t + "sector 1: " + ends(40, 512, 39)},
+        {Imd({5, 0, 1, 1, 2, 1, 8}), t + "sector 1: " + ends(39, 1, 39)},
+        {Imd({5, 0, 1, 9, 6, 1, 2, 3, 4, 5, 6, 7, 8, 9}), t + "9 sectors of 73728 bytes, more than any track holds (65536 are read)"},
     };
+    // clang-format on
     for (const auto& [file, reason] : cases) {
         VDisk d;
         ExpectImport(d, Put("bad.imd", file), reason);
