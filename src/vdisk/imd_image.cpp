@@ -130,7 +130,7 @@ int VDisk::ImportIMD(const Filepath& path) {
     int moreLines = 0;
     const std::string comment = CommentName(buf.data() + lineEnd, commentEnd - lineEnd, &moreLines);
 
-    // Read and check every record before the disk takes any of it.
+    // Each record's header, maps and sizes are checked before its sectors are read.
     auto ends = [&](const std::string& what, size_t at, size_t len) {
         return refuse(what + ": file ends early at offset " + std::to_string(size) + " (" +
                       std::to_string(len) + " bytes wanted from offset " + std::to_string(at) +
