@@ -51,22 +51,28 @@ uint64_t FluxCellTime(const uint32_t* intervals, size_t n, double clockHz) {
     }
     if (top < static_cast<uint32_t>(kMinIntervals)) return 0;
 
-    // The first local maximum that stands out.
-    size_t peak = 0;
+    // The first local maximum that stands out; under heavy jitter that can be
+    // a ripple on the rising side of the two-cell peak, so the highest bin up
+    // to a quarter further than where the peak stands out is taken (the
+    // three-cell peak lies half as far again).
+    size_t peak = 0, rise = 0;
     for (size_t b = 1; b <= bins && !peak; b++) {
         if (smooth[b] * kPeakShare < top) continue;
         size_t e = b;
         while (e + 1 <= bins && smooth[e + 1] >= smooth[e]) e++;
-        peak = e;
+        peak = e, rise = b;
     }
     if (!peak) return 0;
+    const uint64_t reach = (lo + (rise - 1) * width) * 5 / 4;
+    for (size_t b = peak + 1; b <= bins && lo + (b - 1) * width <= reach; b++)
+        if (smooth[b] > smooth[peak]) peak = b;
 
-    // The mean of the intervals within a fifth of the peak is two cells: the
-    // three-cell peak lies half as far again, beyond any jitter a drive has.
+    // The mean of the sampled intervals within a fifth of the peak is two
+    // cells: the three-cell peak lies half as far again.
     const uint64_t centre = lo + (peak - 1) * width + width / 2;
     const uint64_t from = centre * 4 / 5, span = centre * 6 / 5 - from;
     uint64_t sum = 0, count = 0;
-    for (size_t i = 0; i < n; i++) {
+    for (size_t i = 0; i < n; i += stride) {
         const uint64_t v = intervals[i];
         if (v - from <= span) {  // wraps below from
             sum += v;
@@ -74,5 +80,20 @@ uint64_t FluxCellTime(const uint32_t* intervals, size_t n, double clockHz) {
         }
     }
     if (!count) return 0;
-    return ((sum << kCellTimeShift) + count) / (2 * count);
+    // Then every interval of two to four cells at that cell time counts, each
+    // by its cells: exact to far below a sample over the track, and not pulled
+    // by the rounding of a single peak.
+    const double cell = static_cast<double>(sum) / static_cast<double>(2 * count);
+    const double inverse = 1.0 / cell;
+    uint64_t time = 0, cells = 0;
+    for (size_t i = 0; i < n; i++) {
+        const uint32_t v = intervals[i];
+        const auto k = static_cast<uint64_t>(v * inverse + 0.5);
+        if (k >= 2 && k <= 4) {
+            time += v;
+            cells += k;
+        }
+    }
+    if (!cells) return 0;
+    return ((time << kCellTimeShift) + cells / 2) / cells;
 }

@@ -7,6 +7,7 @@
 #include "signal/fluxcell.h"
 #include "signal/fluxraw.h"
 #include "track/vtrack.h"
+#include "zebdisk/fluxtrack.h"
 
 namespace {
 
@@ -67,64 +68,85 @@ bool FluxCapture::AddTrack(int cylinder, int head, const std::vector<FluxRevolut
     const bool anyWhole =
         std::any_of(revs.begin(), revs.end(), [](const FluxRevolution& r) { return r.whole; });
     out.partial = !anyWhole && !revs.empty();
+    std::vector<FluxRevolution> used;
+    for (const FluxRevolution& r : revs)
+        if (r.whole || !anyWhole) used.push_back(r);
 
     // The cell time comes from the revolution with the most flux.
     const FluxRevolution* richest = nullptr;
-    for (const FluxRevolution& r : revs)
-        if ((r.whole || !anyWhole) && (!richest || r.count > richest->count)) richest = &r;
+    for (const FluxRevolution& r : used)
+        if (!richest || r.count > richest->count) richest = &r;
     if (!richest) return true;
     const uint64_t cellTime = FluxCellTime(richest->intervals, richest->count, clockHz);
     if (cellTime == 0) return true;  // no cells to be seen: an unformatted track
 
-    std::vector<CellRevolution> cells;
-    TrackRecord scratch;
-    int bestIndex = -1;
-    Reading best;
-    VTrack t;
-    for (const FluxRevolution& r : revs) {
-        if (anyWhole && !r.whole) continue;
-        const uint64_t samples = FluxRawLength(r.length, cellTime);
-        if (samples == 0) continue;
-        if (samples > kMaxSamples) {
+    for (const FluxRevolution& r : used) {
+        if (FluxRawLength(r.length, cellTime) > kMaxSamples) {
             *why = "a revolution is longer than any track";
             return false;
         }
-        scratch = TrackRecord(kRecordHeader + static_cast<size_t>((samples + 7) / 8));
-        uint8_t* raw = scratch.data() + kRecordHeader;
-        if (Flux2Raw(r.intervals, r.count, r.length, cellTime, raw, static_cast<int64_t>(samples)) <
-            0)
-            continue;
-        t.Decode(1, raw, static_cast<int>(samples), 0);
-        const Reading reading = Count(t, cylinder);
         if (r.whole) out.votes[NearestNominal((r.length << kCellTimeShift) / cellTime)]++;
-
-        CellRevolution rev;
-        if (t.encData && t.encLen > 0) {
-            rev.bits = t.encLen;
-            rev.cells.assign(t.encData, t.encData + (t.encLen + 7) / 8);
-        }
-        cells.push_back(std::move(rev));
-        if (bestIndex < 0 || reading.good > best.good) {
-            bestIndex = static_cast<int>(cells.size()) - 1;
-            best = reading;
-            std::swap(out.record, scratch);
-            out.samples = static_cast<int>(samples);
-        }
-        // A revolution that reads every sector it has ends the search: later
-        // ones could only add a sector it lost without a trace.
-        if (r.whole && reading.sectors > 0 && reading.good == reading.sectors) break;
     }
-    if (bestIndex < 0) return true;
+    // The revolutions are read from the first of a usual length: an index
+    // pulse the drive missed or doubled makes one far longer or shorter.
+    std::vector<uint64_t> lengths;
+    for (const FluxRevolution& r : used) lengths.push_back(r.length);
+    std::nth_element(lengths.begin(), lengths.begin() + lengths.size() / 2, lengths.end());
+    const uint64_t median = lengths[lengths.size() / 2];
+    size_t from = 0;
+    while (from < used.size() &&
+           (FluxRawLength(used[from].length, cellTime) == 0 ||
+            used[from].length < median - median / 50 || used[from].length > median + median / 50))
+        from++;
+    if (from == used.size()) return true;
 
+    // A RAW disk keeps that revolution resampled, from index to index.
+    const FluxRevolution& kept = used[from];
+    const uint64_t samples = FluxRawLength(kept.length, cellTime);
+    out.record = TrackRecord(kRecordHeader + static_cast<size_t>((samples + 7) / 8));
+    if (Flux2Raw(kept.intervals, kept.count, kept.length, cellTime,
+                 out.record.data() + kRecordHeader, static_cast<int64_t>(samples)) < 0)
+        return true;
+    out.samples = static_cast<int>(samples);
+
+    VTrack t;
+    if (!ReadFluxTrack(used.data() + from, used.size() - from, cellTime, &out.cells, &t))
+        return true;
+    // The cells are all a sector export needs: the decoder's copy goes back
+    // to the allocator at once.
+    delete[] t.encData;
+    t.encData = nullptr;
+    const Reading reading = Count(t, cylinder);
     out.present = true;
-    out.sectors = best.sectors;
-    out.good = best.good;
-    out.idOwn = best.idOwn;
-    out.idHalf = best.idHalf;
-    for (size_t i = 0; i < cells.size(); i++)
-        if (static_cast<int>(i) != bestIndex && cells[i].bits > 0)
-            out.spares.push_back(std::move(cells[i]));
+    out.sectors = reading.sectors;
+    out.good = reading.good;
+    out.idOwn = reading.idOwn;
+    out.idHalf = reading.idHalf;
+    for (const VSector* s = t.sectors; s && out.firstBad < 0; s = s->next)
+        if (s->status & kBad) out.firstBad = s->idR;
     return true;
+}
+
+// One line for the sectors no revolution reads good, counted over the disk's
+// tracks in order.
+void FluxCapture::WarnBad(int step, Report* report) const {
+    int64_t total = 0, bad = 0;
+    int firstC = 0, firstH = 0, firstR = 0;
+    for (int c = 0; c * step < kMaxCylinders; c++) {
+        for (int h = 0; h < 2; h++) {
+            const Track& t = tracks_[c * step][h];
+            if (!t.present) continue;
+            total += t.sectors;
+            if (t.good >= t.sectors) continue;
+            if (!bad) firstC = c, firstH = h, firstR = t.firstBad;
+            bad += t.sectors - t.good;
+        }
+    }
+    if (!bad) return;
+    report->Warn(std::to_string(bad) + " of " + std::to_string(total) + " sectors " +
+                 (bad == 1 ? "reads" : "read") + " bad in every revolution (first: track " +
+                 std::to_string(firstC) + "." + std::to_string(firstH) + ", R " +
+                 std::to_string(firstR) + ")");
 }
 
 bool FluxCapture::Partial(int cylinder, int head) const {
@@ -194,7 +216,7 @@ bool FluxCapture::Build(ZEBDisk& disk) {
                 disk.SetRecordInt(slot, zebrec::kHead, h);
                 disk.SetRecordInt(slot, zebrec::kIndexOffset, 0);
                 disk.SetRecordInt(slot, zebrec::kBitLength, t->samples);
-                disk.spareRevolutions[slot] = std::move(t->spares);
+                disk.fluxCells[slot] = std::move(t->cells);
                 block = std::max(block, static_cast<int>(disk.track[slot].size()));
             } else {
                 disk.NewRecord(slot, nominalBytes, c, h, nominalSamples);
@@ -202,6 +224,7 @@ bool FluxCapture::Build(ZEBDisk& disk) {
             disk.updated[slot] = 1;
         }
     }
+    WarnBad(step, &disk.report);
     disk.SetHeaderInt(zebhdr::kType, ZEB_RAW);
     disk.SetHeaderInt(zebhdr::kRate, nominal.rate * 8);
     disk.SetHeaderInt(zebhdr::kBlockSize, block);

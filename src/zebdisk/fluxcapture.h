@@ -1,5 +1,6 @@
-// What the flux readers share: each track's revolutions are resampled into raw
-// tracks as they are read, the revolution that decodes best is kept, and the
+// What the flux readers share: each track's revolutions are read straight
+// into cells by a cell clock at the capture's own resolution (its first
+// revolution is also resampled into the raw track a RAW disk keeps), and the
 // whole capture then becomes a RAW disk of the rate, speed and type the flux
 // itself shows.
 #pragma once
@@ -26,28 +27,33 @@ public:
     // Physical tracks a capture may hold a side: 84 cylinders of an 80-track drive.
     static constexpr int kMaxCylinders = ZEBDisk::kMaxCylinders;
 
-    // Resamples and decodes the revolutions of one physical track. False, with
-    // the reason in *why, when a revolution is longer than any track record.
-    // Calls for different tracks may run at the same time.
+    // Reads the revolutions of one physical track, consecutive and each from
+    // its index. False, with the reason in *why, when a revolution is longer
+    // than any track record. Calls for different tracks may run at the same time.
     bool AddTrack(int cylinder, int head, const std::vector<FluxRevolution>& revs, double clockHz,
                   std::string* why);
-    // Makes the disk from every track added; false when nothing was.
+    // Makes the disk from every track added; false when nothing was. Sectors
+    // that read bad in every revolution are counted in a warning of the disk's
+    // report.
     bool Build(ZEBDisk& disk);
 
     // True when the track was added without a revolution from index to index.
     bool Partial(int cylinder, int head) const;
 
 private:
+    void WarnBad(int step, Report* report) const;
+
     struct Track {
         bool present = false;
         TrackRecord record;  // record header, then the raw samples
         int samples = 0;
-        int sectors = 0;  // of the kept revolution
-        int good = 0;     // sectors read without error
-        int idOwn = 0;    // good IDs naming the physical cylinder
-        int idHalf = 0;   // good IDs naming half of it (a 40-track disk, single steps)
-        std::vector<CellRevolution> spares;
-        int votes[4] = {};  // whole revolutions nearest each nominal length
+        CellRevolution cells;  // read from the flux
+        int sectors = 0;       // in the cells
+        int good = 0;          // sectors read without error
+        int firstBad = -1;     // R of the first sector read bad
+        int idOwn = 0;         // good IDs naming the physical cylinder
+        int idHalf = 0;        // good IDs naming half of it (a 40-track disk, single steps)
+        int votes[4] = {};     // whole revolutions nearest each nominal length
         bool partial = false;
     };
     Track tracks_[kMaxCylinders][2];

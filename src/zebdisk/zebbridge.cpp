@@ -202,6 +202,12 @@ std::unique_ptr<VTrack> ZEBDisk::Analyze(int cylinder, int head, int mode) {
     auto t = std::make_unique<VTrack>();
     uint8_t* data = GetTrackData(cylinder, head);
     if (!data) return t;
+    // A track read from flux is looked at in the cells it was read into.
+    CellRevolution& read = fluxCells[cylinder * 2 + head];
+    if (read.bits > 0 && read.cells.size() >= static_cast<size_t>(read.bits + 7) / 8) {
+        t->Decode(0, read.cells.data(), read.bits, mode);
+        return t;
+    }
     const int bits = BitsWithin(GetTrackLen(cylinder, head), RecordDataSize(cylinder * 2 + head));
     t->Decode(Type() == ZEB_RAW ? 1 : 0, data, bits, mode);
     return t;

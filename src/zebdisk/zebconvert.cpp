@@ -17,12 +17,13 @@ constexpr int kRecordHeader = zebrec::kData;
 struct OldRecord {
     int32_t cylinder, head, index;
     int bits;
+    int slot;
     TrackRecord rec;
     uint8_t* data() { return rec.data() + kRecordHeader; }
 };
 
 OldRecord TakeRecord(ZEBDisk& disk, int slot, int c, int h) {
-    OldRecord o{c, h, 0, 0, {}};
+    OldRecord o{c, h, 0, 0, slot, {}};
     if (disk.RecordDataSize(slot) > 0) {
         o.cylinder = disk.RecordInt(slot, zebrec::kCylinder);
         o.head = disk.RecordInt(slot, zebrec::kHead);
@@ -69,6 +70,7 @@ bool ZEBDisk::ConvertRaw() {
     if (!initialized || Type() == ZEB_RAW) return false;
     // Cells of other revolutions say nothing about a signal made from cells.
     for (auto& revs : spareRevolutions) std::vector<CellRevolution>().swap(revs);
+    for (auto& c : fluxCells) c = CellRevolution();
     const int64_t r = Rate();
     const int64_t rpm = Rpm();
     const int size = r == 1000 ? 262144 : 131072;
@@ -133,8 +135,19 @@ void ZEBDisk::ConvertEncBody() {
     const int cap = (size - kRecordHeader) * 8;
 
     RebuildRecords(*this, cylinders, size, [&](OldRecord& o, uint8_t* dst) {
+        // A track read from flux has its cells already, read at the capture's
+        // own resolution; each worker takes only its own slot's.
+        CellRevolution& read = fluxCells[o.slot];
+        if (read.bits > 0 && read.cells.size() >= static_cast<size_t>(read.bits + 7) / 8) {
+            const int n = std::min(read.bits, cap);
+            SetRecordInt(o.slot, zebrec::kIndexOffset, read.index < n ? read.index : 0);
+            std::memcpy(dst, read.cells.data(), static_cast<size_t>(n + 7) / 8);
+            if (n & 7) dst[n / 8] = static_cast<uint8_t>(dst[n / 8] & (0xFF00 >> (n & 7)));
+            return static_cast<int32_t>(n);
+        }
         // A separated track longer than the record keeps what the record holds.
         const int n = Raw2Encode(o.data(), o.bits, dst, cap);
         return static_cast<int32_t>(std::min(n, cap));
     });
+    for (auto& c : fluxCells) c = CellRevolution();
 }

@@ -85,6 +85,7 @@ ZEBDisk::~ZEBDisk() = default;
 void ZEBDisk::Cleanup() {
     for (auto& t : track) t = TrackRecord();
     for (auto& r : spareRevolutions) std::vector<CellRevolution>().swap(r);
+    for (auto& r : fluxCells) r = CellRevolution();
     initialized = 0;
     readOnly = 0;
     std::memset(header, 0, sizeof(header));
@@ -94,6 +95,7 @@ void ZEBDisk::Cleanup() {
 bool ZEBDisk::Init(int type, int rate, int rpm, int raw) {
     if (initialized) Cleanup();
     for (auto& r : spareRevolutions) std::vector<CellRevolution>().swap(r);
+    for (auto& r : fluxCells) r = CellRevolution();
 
     std::memset(header + 16, 0, sizeof(header) - 16);
     std::memcpy(header + zebhdr::kSignature, "ZEB", 3);

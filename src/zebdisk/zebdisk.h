@@ -46,6 +46,7 @@ constexpr int kData = 16;
 struct CellRevolution {
     std::vector<uint8_t> cells;
     int bits = 0;
+    int index = 0;  // the cell the index lies at
 };
 
 class ZEBDisk {
@@ -120,6 +121,11 @@ public:
     // export takes a sector from them that the kept revolution reads bad.
     // Cleared by Cleanup, Init, Load and ConvertRaw; Save ignores them.
     std::vector<CellRevolution> spareRevolutions[kSlots];
+    // The cells a captured slot was read into straight from its flux, with
+    // every sector any revolution reads good: ConvertEnc, Export and Analyze
+    // take them instead of separating the raw track again. Cleared like the
+    // spare revolutions, and by the conversion that takes them.
+    CellRevolution fluxCells[kSlots];
     // What the last load, import, conversion, save or export dropped, or why it
     // failed (the sector-level disk's report is merged in); the programs print it.
     Report report;

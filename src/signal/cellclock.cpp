@@ -1,0 +1,148 @@
+#include "signal/cellclock.h"
+
+#include <algorithm>
+
+namespace {
+
+constexpr int kInvShift = 40;  // the inverse cell length: 2^40 / period
+constexpr int64_t kInvHalf = int64_t{1} << (kInvShift - 1);
+// An interval longer than this holds no code (an unformatted stretch, a
+// dropout): the grid starts again at the transition that ends it and learns
+// nothing from it.
+constexpr int64_t kLongRun = 48;
+// Loop gains a transition: the phase takes kPhase / 65536 of the error, the
+// cell length kFreq / 2^24 of it. The loop follows about a fortieth of a
+// transition's error, enough for the slow wobble of a drive and far below a
+// single transition's jitter. Until kAcquire transitions have been fed it
+// follows faster, to take up the speed where the capture starts.
+constexpr int64_t kPhase = 2200;
+constexpr int64_t kFreq = 5000;
+constexpr int64_t kAcqPhase = 9000;
+constexpr int64_t kAcqFreq = 60000;
+constexpr uint32_t kAcquire = 600;
+// Every transition takes a cell of its own. It does not take the nearest one
+// the code allows (two cells on in MFM and FM alike) instead: when the one
+// before came late, that would move the grid a whole cell off the flux for
+// as long as a run of equal intervals lasts.
+constexpr int64_t kMinCells = 1;
+// The inverse is brought up to date this often (transitions, a power of two):
+// the cell length moves far too little in between to change a decision.
+constexpr uint32_t kInverseEvery = 16;
+// Times stay below this (clock units), so that every fixed-point product fits.
+constexpr uint64_t kMaxTime = uint64_t{1} << 44;
+
+int64_t Inverse(int64_t period) {
+    return (int64_t{1} << kInvShift) / period;
+}
+
+int64_t Fold(int64_t v, int len) {
+    const int64_t r = v % len;
+    return r < 0 ? r + len : r;
+}
+
+}  // namespace
+
+CellClock::CellClock(const FluxSpan* spans, size_t count, uint64_t start, uint64_t cellTime)
+    : spans_(spans), count_(count) {
+    const int64_t period = static_cast<int64_t>(std::clamp<uint64_t>(cellTime, 64, 1ULL << 40));
+    minPeriod_ = period - period / 4;
+    maxPeriod_ = period + period / 4;
+    s_.period = period;
+    s_.inverse = Inverse(period);
+    if (start >= kMaxTime) {
+        s_.span = count_;
+        return;
+    }
+    s_.grid = static_cast<int64_t>(start << kShift) - period / 2;
+    // The first transition of the first span that has any.
+    while (s_.span < count_ && spans_[s_.span].count == 0) s_.span++;
+    if (s_.span < count_) {
+        const FluxSpan& sp = spans_[s_.span];
+        s_.time = sp.start + sp.intervals[0];
+    }
+}
+
+CellClock::State CellClock::Save() const {
+    return s_;
+}
+
+void CellClock::Restore(const State& s) {
+    s_ = s;
+}
+
+int64_t CellClock::CellAt(uint64_t time) const {
+    const int64_t t = static_cast<int64_t>(std::min(time, kMaxTime) << kShift);
+    const int64_t d = t - s_.grid + s_.period / 2;
+    const int64_t q = d / s_.period;
+    return s_.cell + (d < 0 && q * s_.period != d ? q - 1 : q);
+}
+
+void CellClock::Run(uint64_t until, int64_t endCell, uint8_t* out, int64_t base, int len) {
+    if (len <= 0 || !out) return;
+    State s = s_;
+    int64_t p = Fold(s.cell - base, len);
+    const int64_t minPeriod = minPeriod_, maxPeriod = maxPeriod_;
+    while (s.span < count_) {
+        const FluxSpan& sp = spans_[s.span];
+        const uint32_t* iv = sp.intervals;
+        const size_t spanCount = sp.count;
+        size_t i = s.index;
+        uint64_t t = s.time;
+        while (true) {
+            if (t >= until || t >= kMaxTime) {
+                s.index = i, s.time = t;
+                s_ = s;
+                return;
+            }
+            const int64_t tf = static_cast<int64_t>(t << kShift);
+            const int64_t dt = tf - s.grid;
+            int64_t n;
+            if (dt < kLongRun * s.period) {
+                n = (dt * s.inverse + kInvHalf) >> kInvShift;
+                n = std::max(n, kMinCells);
+                if (s.cell + n >= endCell) {
+                    s.index = i, s.time = t;
+                    s_ = s;
+                    return;
+                }
+                const int64_t e = dt - n * s.period;
+                // Two transitions in one cell: the loop learns no more from
+                // the second than half a cell.
+                const int64_t le = std::clamp(e, -s.period / 2, s.period / 2);
+                if (rec_ && recCount_ < recCap_)
+                    rec_[recCount_++] = (s.cell + n) * 256 + (e * 256) / s.period;
+                const bool acquiring = s.fed < kAcquire;
+                const int64_t phase = acquiring ? kAcqPhase : kPhase;
+                const int64_t freq = acquiring ? kAcqFreq : kFreq;
+                s.grid += n * s.period + ((le * phase) >> 16);
+                s.period = std::clamp(s.period + ((le * freq) >> 24), minPeriod, maxPeriod);
+                if ((++s.fed & (kInverseEvery - 1)) == 0) s.inverse = Inverse(s.period);
+            } else {
+                n = (dt + s.period / 2) / s.period;
+                if (s.cell + n >= endCell) {
+                    s.index = i, s.time = t;
+                    s_ = s;
+                    return;
+                }
+                if (rec_ && recCount_ < recCap_) rec_[recCount_++] = (s.cell + n) * 256;
+                s.grid = tf;
+            }
+            s.cell += n;
+            p += n;
+            if (p >= len) p = n < len ? p - len : Fold(p, len);
+            out[p >> 3] = static_cast<uint8_t>(out[p >> 3] | (0x80 >> (p & 7)));
+            // The next transition, in this span or the next one that has any.
+            if (++i < spanCount) {
+                t += iv[i];
+                continue;
+            }
+            size_t next = s.span + 1;
+            while (next < count_ && spans_[next].count == 0) next++;
+            s.span = next;
+            s.index = 0;
+            if (next < count_) s.time = std::max(spans_[next].start + spans_[next].intervals[0], t);
+            break;
+        }
+    }
+    s_ = s;
+}
