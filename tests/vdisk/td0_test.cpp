@@ -144,17 +144,13 @@ TEST(Td0Import, TheCommentsFirstLineNamesTheDisk) {
     } cases[] = {
         {false, "", "name.td0", false, {}},
         {true, std::string("SYSTEM DISK\0\0\0", 14), "SYSTEM DISK", false, {}},
-        {true,
-         std::string("LINE ONE\0LINE 2\0", 16),
-         "LINE ONE",
-         false,
+        // clang-format off
+        {true, std::string("LINE ONE\0LINE 2\0", 16), "LINE ONE", false,
          {"6 characters of the comment beyond the disk name were not kept"}},
-        {true,
-         std::string(61, 'x'),
-         std::string(59, 'x'),
-         true,
+        {true, std::string(61, 'x'), std::string(59, 'x'), true,
          {"the comment fails its check sum",
           "2 characters of the comment beyond the disk name were not kept"}},
+        // clang-format on
     };
     for (const auto& k : cases) {
         Image img;
@@ -194,14 +190,13 @@ Bytes GrowingLzw(int blocks) {
 TEST(Td0Import, HostileFilesAreRefusedWithTheirReason) {
     Image base;
     base.tracks = {{0, 0, {{0, 0, 1, 0, 0, Bytes(128, 7), 0, {}}}}};
-    auto with = [&](Sector s) {
+    auto block = [&](int n, Bytes blk) {
         Image i = base;
-        i.tracks[0].sectors = {s};
+        i.tracks[0].sectors = {{0, 0, 1, n, 0, Bytes(), 0, blk}};
         return File(i);
     };
-    auto block = [&](int n, Bytes blk) { return with({0, 0, 1, n, 0, Bytes(), 0, blk}); };
-    auto patched = [&](size_t at, uint8_t v, Compression form = kNormal) {
-        Bytes f = File(base, form);
+    auto patched = [&](size_t at, uint8_t v) {
+        Bytes f = File(base);
         f[at] = v;
         if (at < td0hdr::kCrc)
             FieldWriter(f.data(), f.size()).U16(td0hdr::kCrc, Td0Crc(f.data(), td0hdr::kCrc));
