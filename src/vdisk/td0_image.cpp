@@ -307,7 +307,10 @@ int VDisk::ImportTD0(const Filepath& path) {
     const bool hasComment = (hdr.U8(td0hdr::kStepping) & td0hdr::kHasComment) != 0;
     const std::string why = reader.Read(*this, hasComment, rate);
     if (!why.empty()) return refuse(why);
-    if (!hasComment) CopyDiskName(name, path.GetShort());
+    if (!hasComment) {
+        CopyDiskName(name, path.GetShort());
+        WarnNameCut(std::string(path.fname) + path.ext, 59, "", &report);
+    }
 
     // A disk-wide FM bit speaks for every track when no track speaks for itself.
     if ((hdr.U8(td0hdr::kRate) & td0hdr::kRateFM) && !reader.anyTrackFM)
