@@ -6,6 +6,7 @@
 // creates OUTDIR/<target>/ for every target and fills it. Inputs of targets
 // that take a parameter byte start with it (see fuzz_entries.h).
 #include <sys/stat.h>
+#include <zlib.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -392,8 +393,63 @@ void ImdSeeds() {
     Put("imd_import", "imd-records", ExportVDisk(mixed, ".IMD"));
 }
 
-// Track-level floppy images of the MFI format.
-void MfiSeeds() {}
+// MFI images: the writer's own of one whole track, and the first 16,000 cells
+// of that track (its index mark and first sector) at their angles in every
+// form the reader takes: lengths, positions, the older generation's zones of
+// alternating orientation, and half steps with a zone without flux.
+void MfiSeeds() {
+    VDisk v;
+    BuildSmall(v, VDISK_2D);
+    zebfuzz::TempFile d88(".D88"), mfi(".MFI");
+    ZEBDisk z;
+    if (!v.Export(d88.Path()) || !z.Import(d88.Path(), 1)) return;
+    z.SetHeaderInt(zebhdr::kCylinders, 1);
+    z.SetHeaderInt(zebhdr::kHeads, 1);
+    if (z.ExportMFI(mfi.Path())) Put("mfi_import", "own-track", Slurp(mfi.Path()));
+
+    constexpr uint64_t kTurn = 200000000;
+    const uint8_t* cells = z.GetTrackData(0, 0);
+    const uint64_t bits = static_cast<uint64_t>(z.GetTrackLen(0, 0));
+    std::vector<uint32_t> at;
+    for (uint64_t i = 0; i < 16000 && i < bits; i++)
+        if ((cells[i >> 3] >> (7 - (i & 7))) & 1)
+            at.push_back(static_cast<uint32_t>((2 * i + 1) * kTurn / (2 * bits)));
+    // A file of one head whose tracks (in table order) hold the entries given.
+    auto file = [](const char* signature, uint32_t cylinders,
+                   const std::vector<std::vector<uint32_t>>& tracks) {
+        Bytes head, data;
+        Le32(head, cylinders);
+        Le32(head, 1);
+        head.insert(head.end(), {'5', '2', '5', ' ', 'S', 'S', 'D', 'D'});
+        for (const std::vector<uint32_t>& t : tracks) {
+            Bytes plain;
+            for (uint32_t e : t) Le32(plain, e);
+            uLongf n = compressBound(static_cast<uLong>(plain.size()));
+            Bytes packed(n);
+            compress(packed.data(), &n, plain.data(), static_cast<uLong>(plain.size()));
+            Le32(head, static_cast<uint32_t>(32 + 16 * tracks.size() + data.size()));
+            Le32(head, static_cast<uint32_t>(n));
+            Le32(head, static_cast<uint32_t>(plain.size()));
+            Le32(head, 0);
+            data.insert(data.end(), packed.begin(), packed.begin() + static_cast<long>(n));
+        }
+        Bytes b(signature, signature + 16);
+        b.insert(b.end(), head.begin(), head.end());
+        b.insert(b.end(), data.begin(), data.end());
+        return b;
+    };
+    std::vector<uint32_t> lengths, zones{0};
+    for (size_t i = 0; i < at.size(); i++) {
+        lengths.push_back(at[i] - (i ? at[i - 1] : 0));
+        zones.push_back((i % 2 ? 0 : 1u << 28) | at[i]);
+    }
+    Put("mfi_import", "lengths", file("MAMEFLOPPYIMAGE", 1, {lengths}));
+    Put("mfi_import", "positions", file("MAMEFLOPPYIMAGE", 1, {at}));
+    Put("mfi_import", "older-zones", file("MESSFLOPPYIMAGE", 1, {zones}));
+    std::vector<uint32_t> unformatted = lengths;
+    unformatted.insert(unformatted.end(), {1u << 28 | 1000000, 3u << 28 | 1000});
+    Put("mfi_import", "half-steps", file("MAMEFLOPPYIMAGE", 1u << 30 | 1, {unformatted, lengths}));
+}
 
 }  // namespace
 
