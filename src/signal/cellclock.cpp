@@ -25,6 +25,14 @@ constexpr uint32_t kAcquire = 600;
 // before came late, that would move the grid a whole cell off the flux for
 // as long as a run of equal intervals lasts.
 constexpr int64_t kMinCells = 1;
+// The mean distance of the transitions from their cells' centres follows the
+// last few transitions (a share of 2^-kSpreadShift each); above kLostAt / 256
+// of a cell the grid is taken as out of step, and the phase takes
+// kRelockPhase / 65536 of each error for kRelock transitions.
+constexpr int kSpreadShift = 3;
+constexpr int64_t kLostAt = 56;
+constexpr int64_t kRelockPhase = 20000;
+constexpr int32_t kRelock = 24;
 // The inverse is brought up to date this often (transitions, a power of two):
 // the cell length moves far too little in between to change a decision.
 constexpr uint32_t kInverseEvery = 16;
@@ -111,9 +119,15 @@ void CellClock::Run(uint64_t until, int64_t endCell, uint8_t* out, int64_t base,
                 const int64_t le = std::clamp(e, -s.period / 2, s.period / 2);
                 if (rec_ && recCount_ < recCap_)
                     rec_[recCount_++] = (s.cell + n) * 256 + (e * 256) / s.period;
+                // Lock lost, as at a write splice where a field written later
+                // begins out of step with the one before: the phase follows
+                // fast until the errors settle.
+                s.spread += ((le < 0 ? -le : le) - s.spread) >> kSpreadShift;
+                if (s.spread > (s.period * kLostAt >> 8)) s.relock = kRelock;
                 const bool acquiring = s.fed < kAcquire;
-                const int64_t phase = acquiring ? kAcqPhase : kPhase;
+                const int64_t phase = acquiring ? kAcqPhase : s.relock ? kRelockPhase : kPhase;
                 const int64_t freq = acquiring ? kAcqFreq : kFreq;
+                s.relock -= s.relock > 0;
                 s.grid += n * s.period + ((le * phase) >> 16);
                 s.period = std::clamp(s.period + ((le * freq) >> 24), minPeriod, maxPeriod);
                 if ((++s.fed & (kInverseEvery - 1)) == 0) s.inverse = Inverse(s.period);

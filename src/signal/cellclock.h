@@ -52,7 +52,9 @@ public:
         int64_t grid = 0;   // centre of the last transition's cell, fixed point
         int64_t cell = -1;  // the last transition's cell
         int64_t period = 0, inverse = 0;
-        uint32_t fed = 0;  // transitions fed
+        uint32_t fed = 0;    // transitions fed
+        int64_t spread = 0;  // mean distance of the last transitions from their cells' centres
+        int32_t relock = 0;  // transitions the phase still follows fast
     };
     State Save() const;
     void Restore(const State& s);

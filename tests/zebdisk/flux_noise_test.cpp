@@ -75,7 +75,7 @@ struct NoiseCase {
 
 class NoiseRecovery : public testing::TestWithParam<NoiseCase> {};
 
-TEST_P(NoiseRecovery, DISABLED_EverySectorComesBack) {
+TEST_P(NoiseRecovery, EverySectorComesBack) {
     const auto [disk, sigma] = GetParam();
     fluxsynth::Noise n;
     n.sigma = sigma;
@@ -113,7 +113,7 @@ struct SeamCase {
 
 class IndexSeam : public testing::TestWithParam<SeamCase> {};
 
-TEST_P(IndexSeam, DISABLED_LastSectorAcrossTheIndexComesBackOnce) {
+TEST_P(IndexSeam, LastSectorAcrossTheIndexComesBackOnce) {
     const SeamCase& p = GetParam();
     const std::string dir = fluxtest::Scratch(std::string("seam_") + p.name);
     const auto at = noisecapture::LastSector(p.disk, dir);
@@ -151,7 +151,7 @@ INSTANTIATE_TEST_SUITE_P(Captures, IndexSeam, testing::ValuesIn(kSeams),
 // disk holds zeros for two sectors that could not be read then (cylinder 12
 // R 10 and cylinder 14 R 6, also unreadable in every revolution here); the
 // other 718 must come back, each once.
-TEST(RealCapture, DISABLED_FmScpWithSectorsAcrossTheIndex) {
+TEST(RealCapture, FmScpWithSectorsAcrossTheIndex) {
     const std::string dir = std::string(ZEBKIT_REALIMAGES_DIR) + "/flux/";
     const std::string scp = dir + "atari-dos3-fm-sd.scp", img = dir + "atari-dos3-fm-sd.img";
     if (access(scp.c_str(), R_OK) != 0 || access(img.c_str(), R_OK) != 0)
