@@ -54,7 +54,7 @@ set(CPACK_PACKAGE_VENDOR "ZEBKIT developers")
 set(CPACK_PACKAGE_CONTACT "ZEBKIT developers")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "Floppy disk image converter (zebconv) and inspector (zebscan)")
 set(CPACK_PACKAGE_DESCRIPTION
-    "zebconv converts floppy disk images between the track-level ZEB and HFE\nformats, SCP and KryoFlux flux captures, and sector images (D88/D77/D68/D98,\nDIM, FDI, FDD, NFD and plain headerless images). zebscan lists the tracks\nand sectors of any of these images with their errors, as text, JSON, CSV or\na picture. The static library libzebkit and its headers are included.")
+    "zebconv converts floppy disk images between the track-level ZEB, HFE and\nMFI formats, SCP and KryoFlux flux captures, and sector images (D88/D77/D68/D98,\nDIM, FDI, FDD, NFD and plain headerless images). zebscan lists the tracks\nand sectors of any of these images with their errors, as text, JSON, CSV or\na picture. The static library libzebkit and its headers are included.")
 set(CPACK_RESOURCE_FILE_LICENSE ${PROJECT_SOURCE_DIR}/LICENSE)
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
