@@ -7,12 +7,12 @@
 // it turns.
 //
 // The angles are either positions that rise through the turn or lengths that
-// add up to at most one turn, and files of either generation are met in both
-// forms. The values tell which: positions rise and stay below a turn, lengths
-// sum to at most one; only a list that fits both is taken in its generation's
-// own form. A flux entry given as a length is a cell that ends in its
-// transition, so a list whose lengths fill the turn puts the last transition
-// on the index, where positions would put the first: the same flux either way.
+// add up to at most one turn, and the signature alone does not settle which.
+// The values do: positions rise and stay below a turn, lengths sum to at most
+// one; only a list that fits both (a few entries) is taken in its generation's
+// own form, lengths for the current one, positions for the older. A flux entry given as a length is
+// a cell that ends in its transition, so a list whose lengths fill the turn puts the last
+// transition on the index, where positions would put the first: the same flux either way.
 #include <zlib.h>
 
 #include <algorithm>
@@ -139,7 +139,7 @@ std::string Transitions(const uint8_t* bytes, size_t n, bool older, std::vector<
         const uint32_t v =
             p[0] | (uint32_t{p[1]} << 8) | (uint32_t{p[2]} << 16) | (uint32_t{p[3]} << 24);
         if ((v >> kTypeShift) > kLastType)
-            return "entry " + Str(i) + " has type " + Str(v >> kTypeShift) + ", which none has";
+            return "entry " + Str(i) + " has an unknown type (" + Str(v >> kTypeShift) + ")";
         const uint32_t a = v & kAngleMask;
         sum += a;
         rising = rising && a >= prev;
@@ -380,11 +380,10 @@ bool ZEBDisk::ExportMFI(const Filepath& path) {
     struct Out {
         std::vector<uint8_t> bytes;
         uint32_t plain = 0;
-        bool cut = false;
+        bool cut = false, failed = false;
     };
     const int count = cylinders * heads;
     std::vector<Out> outs(static_cast<size_t>(count));
-    bool failed = false;
     trackpool::ForEach(count, workers, [&](int i) {
         const int c = i / heads, h = i % heads, slot = c * 2 + h;
         const uint8_t* data = GetTrackData(c, h);
@@ -421,13 +420,14 @@ bool ZEBDisk::ExportMFI(const Filepath& path) {
         o.bytes.resize(size);
         if (compress2(o.bytes.data(), &size, plain.data(), static_cast<uLong>(plain.size()),
                       Z_DEFAULT_COMPRESSION) != Z_OK) {
-            failed = true;
+            o.failed = true;
             return;
         }
         o.bytes.resize(size);
         o.plain = static_cast<uint32_t>(plain.size());
     });
-    if (failed) return report.Fail(FileReason(path, "a track cannot be compressed"));
+    for (const Out& o : outs)
+        if (o.failed) return report.Fail(FileReason(path, "a track cannot be compressed"));
 
     const size_t tableEnd = mfihdr::kSize + static_cast<size_t>(count) * mfitrk::kEntrySize;
     std::vector<uint8_t> head(tableEnd, 0);

@@ -185,7 +185,8 @@ const Bad kBad[] = {
          [](Blob& b) {
              b = Deflate({kTurn / 4 * 3, kTurn / 2});
          }},
-    {.reason = "entry 0 has type 5", .edit = [](Blob& b) { b = Deflate({5u << 28 | 7}); }},
+    {.reason = "entry 0 has an unknown type (5)",
+     .edit = [](Blob& b) { b = Deflate({5u << 28 | 7}); }},
     {.reason = "no track holds flux",
      .edit =
          [](Blob& b) {
