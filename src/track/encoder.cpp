@@ -126,6 +126,18 @@ int WriteLayout(CellWriter& w, bool mfmHeader, const VSector* list, int cells) {
     return left;
 }
 
+// Gives every sector the density and the gaps a controller formats it with.
+void SetDensity(VTrack& t, int mfm) {
+    for (VSector* s = t.sectors; s; s = s->next) {
+        s->mfm = mfm;
+        s->gap2 = mfm ? 22 : 11;
+        s->gap3 = s->CalcGAP3(mfm, s->idN);
+    }
+    const int count = t.SectorCount();
+    t.mfmCount = mfm ? count : 0;
+    t.fmCount = mfm ? 0 : count;
+}
+
 }  // namespace
 
 int VTrack::Encode(int raw, unsigned char* buf, int len) {
@@ -138,6 +150,16 @@ int VTrack::Encode(int raw, unsigned char* buf, int len) {
         return len;
     }
     const int cells = raw ? std::max(len / 8, 0) : len;
+    // On purpose against the marks, for a reader that asks for it.
+    mfmByFit = 0;
+    if (densityByFit && mfmCount == 0 && fmCount > 0 && LeftOutAt(cells) > 0) {
+        SetDensity(*this, 1);
+        if (LeftOutAt(cells) == 0) {
+            mfmByFit = 1;
+        } else {
+            SetDensity(*this, 0);
+        }
+    }
     std::vector<unsigned char> temp;
     unsigned char* cellBuf = buf;
     if (raw) {

@@ -13,7 +13,9 @@ VTrack::VTrack()
       sectors(nullptr),
       mfmCount(0),
       fmCount(0),
-      leftOut(0) {}
+      leftOut(0),
+      densityByFit(0),
+      mfmByFit(0) {}
 
 // Owners normally call Cleanup themselves; doing it here as well means a
 // track that is dropped without it still releases its sectors and stream.
@@ -31,6 +33,7 @@ void VTrack::Cleanup() {
     gap4a = 0;
     gap4b = 0;
     encLen = 0;
+    densityByFit = 0;
 }
 
 void VTrack::ClrSector() {
@@ -42,6 +45,7 @@ void VTrack::ClrSector() {
     mfmCount = 0;
     fmCount = 0;
     leftOut = 0;
+    mfmByFit = 0;
 }
 
 void VTrack::AddSector(VSector* s) {

@@ -59,6 +59,12 @@ public:
     // Sectors at the end of the list that the last encoding could not fit on
     // the track and left out.
     int32_t leftOut;
+    // Set by a reader whose density marks cannot be taken at their word: a
+    // track marked FM throughout that a track of the encoded length cannot
+    // hold in FM, while it can in MFM, is then encoded in MFM (with MFM's
+    // gaps), and that encoding sets mfmByFit.
+    int32_t densityByFit;
+    int32_t mfmByFit;
 };
 
 // Track analysis flags set by Decode.

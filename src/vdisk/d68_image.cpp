@@ -112,47 +112,6 @@ std::string DiskChainReason(const Filepath& path, int diskno) {
            "; there is no disk " + std::to_string(diskno);
 }
 
-// Cells of one track of each media type, as the track-level disk makes them:
-// 500 kbit/s at 300 rpm, 1000 kbit/s at 360 rpm.
-constexpr int k2DTrackCells = 100000;
-constexpr int k2HDTrackCells = 166666;
-
-// Gives every sector of a track the density and the gaps a controller formats it with.
-void SetDensity(VTrack* t, int mfm) {
-    for (VSector* s = t->sectors; s; s = s->next) {
-        s->mfm = mfm;
-        s->gap2 = mfm ? 22 : 11;
-        s->gap3 = s->CalcGAP3(mfm, s->idN);
-    }
-    const int count = t->SectorCount();
-    t->mfmCount = mfm ? count : 0;
-    t->fmCount = mfm ? 0 : count;
-}
-
-// The density byte read by content, departing from the byte on purpose: a
-// track marked single density throughout whose sectors a track of the disk's
-// type cannot hold in FM, while it can in MFM, was recorded in MFM by whatever
-// wrote the file (16 x 256 bytes are more than a 2D track holds in FM), so it
-// is read as MFM. Where FM holds the sectors, or neither does, the byte stands.
-// Returns the tracks read as MFM, the first of them in *first (2 x c + h).
-int ReadDensityByContent(VDisk& d, int* first) {
-    const int cells = d.type == VDISK_2HD ? k2HDTrackCells : k2DTrackCells;
-    int count = 0;
-    for (int c = 0; c < d.cylinders; c++) {
-        for (int h = 0; h < 2; h++) {
-            VTrack* t = d.Track(c, h);
-            if (!t || t->fmCount == 0 || t->mfmCount != 0 || t->LeftOutAt(cells) == 0) continue;
-            SetDensity(t, 1);
-            if (t->LeftOutAt(cells) > 0) {
-                SetDensity(t, 0);
-                continue;
-            }
-            if (count++ == 0) *first = 2 * c + h;
-        }
-    }
-    return count;
-}
-
 }  // namespace
 
 int VDisk::GetD68MediaOffset(const Filepath& path, int diskno) {
@@ -299,6 +258,11 @@ int VDisk::ImportD68(const Filepath& path, int diskno) {
                 if (st != 0x00 && st != kMarkDeleted && errors++ == 0)
                     errC = c, errH = h, errR = sec.U8(kSecR);
             }
+            // The density byte is weighed against what the track holds, departing
+            // from the byte on purpose: files mark tracks recorded in MFM as single
+            // density, 16 x 256 bytes a track, more than a 2D track holds in FM.
+            // A track so marked that only MFM fits is encoded in MFM.
+            t->densityByFit = 1;
             if (formatted > k2DTrackBytes && formatted > tooFullBytes) {
                 tooFull = entry;
                 tooFullBytes = formatted;
@@ -333,17 +297,6 @@ int VDisk::ImportD68(const Filepath& path, int diskno) {
     cylinders = newCylinders;
     for (int c = cylinders; c < kMaxCylinders; c++)
         for (int h = 0; h < 2; h++) tracks[c][h].reset();
-
-    int firstMfm = 0;
-    if (const int mfm = ReadDensityByContent(*this, &firstMfm))
-        report.Warn(Counted(mfm, "track", "tracks") + " marked single density (0x40) " +
-                    (mfm == 1 ? "does" : "do") + " not fit a " +
-                    (type == VDISK_2HD   ? "2HD"
-                     : type == VDISK_2DD ? "2DD"
-                                         : "2D") +
-                    " track in FM but " + (mfm == 1 ? "does" : "do") + " in MFM, and " +
-                    (mfm == 1 ? "was" : "were") + " read as MFM (first: track " +
-                    TrackName(firstMfm / 2, firstMfm % 2) + ")");
 
     // Entries past the cylinders the header gives are not read.
     std::vector<bool> listed(static_cast<size_t>(std::max(entries, 0)));

@@ -9,6 +9,7 @@
 
 #include "fileio/fieldio.h"
 #include "vdisk/vdisk.h"
+#include "zebdisk/properties.h"
 #include "zebdisk/revmerge.h"
 #include "zebdisk/trackpool.h"
 #include "zebdisk/zebdisk.h"
@@ -66,6 +67,22 @@ void WarnLeftOut(const VDisk& vdisk, int cylinders, int heads, Report* report) {
                        std::to_string(firstC) + "." + std::to_string(firstH);
     if (first) line += ", R " + std::to_string(first->idR);
     report->Warn(line + ")");
+}
+
+// One line for the tracks marked single density that only MFM fits, encoded in MFM.
+void WarnMfmByFit(const VDisk& vdisk, int cylinders, int heads, int type, Report* report) {
+    int count = 0, first = 0;
+    for (int c = 0; c < cylinders; c++)
+        for (int h = 0; h < heads; h++)
+            if (const VTrack* t = vdisk.Track(c, h); t && t->mfmByFit && count++ == 0)
+                first = c * 2 + h;
+    if (count == 0) return;
+    const bool one = count == 1;
+    report->Warn(std::to_string(count) + (one ? " track" : " tracks") + " marked single density " +
+                 (one ? "does" : "do") + " not fit a " + DiskTypeName(type) + " track in FM but " +
+                 (one ? "does" : "do") + " in MFM, and " + (one ? "was" : "were") +
+                 " encoded in MFM (first: track " + std::to_string(first / 2) + "." +
+                 std::to_string(first % 2) + ")");
 }
 
 }  // namespace
@@ -131,6 +148,7 @@ bool ZEBDisk::Import(const Filepath& path, int diskno) {
         const int bits = t.Encode(0, data, GetTrackLen(c, h));
         SetRecordInt(slot, zebrec::kBitLength, BitsWithin(bits, RecordDataSize(slot)));
     });
+    WarnMfmByFit(vdisk, cylinders, heads, Type(), &report);
     WarnLeftOut(vdisk, cylinders, heads, &report);
     initialized = 1;
     return true;

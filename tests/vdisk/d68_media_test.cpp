@@ -32,9 +32,7 @@ TEST(D68Media, A2DByteOverTracksNo2DDiskHoldsIsOverridden) {
         {80, 16, 1, 1, 0x00, VDISK_2DD, 82,
          "media byte 0x00 (2D) overridden: 76 tracks lie beyond cylinder 41; read as 2DD with 82 "
          "cylinders"},
-        {35, 16, 1, 0, 0x00, VDISK_2D, 42,  // 16 x 256 FM fits at double density
-         "70 tracks marked single density (0x40) do not fit a 2D track in FM but do in MFM, and "
-         "were read as MFM (first: track 0.0)"},
+        {35, 16, 1, 0, 0x00, VDISK_2D, 42, ""},  // 16 x 256 FM fits at double density
         {2, 1, 7, 1, 0x00, VDISK_2D, 42, ""},    // a track too long for any disk
         {40, 8, 3, 1, 0x10, VDISK_2DD, 82, ""},  // a 2DD byte over 2HD tracks stays
     };
@@ -50,40 +48,6 @@ TEST(D68Media, A2DByteOverTracksNo2DDiskHoldsIsOverridden) {
         for (int t = 0; t < 2 * d.cylinders; t++) sectors += d.Track(t / 2, t % 2)->SectorCount();
         EXPECT_EQ(sectors, 2 * std::min(k.cyls, d.cylinders) * k.count);  // every one kept
         EXPECT_EQ(d.report.warnings, Lines(k.warning));
-    }
-}
-
-// Sectors marked single density that a track of the disk's type holds in MFM only are read
-// as MFM, with its gaps; where FM fits, or nothing does, the density byte stands.
-TEST(D68Media, SingleDensityThatOnlyMfmFitsIsReadAsMfm) {
-    const struct {
-        int count, n, media, mfm, kept;  // kept: per track, once encoded at the type's length
-        std::string type;                // named in the warning when read as MFM
-    } cases[] = {
-        // 11 x 512 fits neither: the encoder keeps 5 in FM.
-        {16, 0, 0x00, 0, 16, ""},    {16, 1, 0x00, 1, 16, "2D"}, {26, 0, 0x20, 0, 26, ""},
-        {26, 1, 0x20, 1, 26, "2HD"}, {11, 2, 0x10, 0, 5, ""},
-    };
-    for (const auto& k : cases) {
-        SCOPED_TRACE(&k - cases);
-        VDisk d;
-        const Bytes file = D88Of("density_src.d88", 2, k.count, k.n, 0, uint8_t(k.media));
-        ASSERT_EQ(d.Import(PathOf(Put("density.d88", file)), 1), 1);
-        EXPECT_EQ(d.report.warnings,
-                  Lines(k.type.empty() ? ""
-                                       : "4 tracks marked single density (0x40) do not fit a " +
-                                             k.type + " track in FM but do in MFM, and were " +
-                                             "read as MFM (first: track 0.0)"));
-        const int cells = k.media == 0x20 ? 166666 : 100000;
-        std::vector<uint8_t> buf(cells / 8 + 1);
-        for (int t = 0; t < 4; t++) {
-            VTrack* tr = d.Track(t / 2, t % 2);
-            EXPECT_EQ(tr->mfmCount, k.mfm * k.count);
-            for (const VSector* s = tr->sectors; s; s = s->next)
-                EXPECT_EQ(s->gap3, s->CalcGAP3(k.mfm, s->idN));
-            tr->Encode(0, buf.data(), cells);
-            EXPECT_EQ(tr->leftOut, k.count - k.kept);
-        }
     }
 }
 

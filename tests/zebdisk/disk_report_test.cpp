@@ -7,6 +7,8 @@
 #include <cstdio>
 #include <string>
 
+#include "vdisk/imagecommon.h"
+#include "vdisk/vdisk.h"
 #include "zebdisk/zebdisk.h"
 #include "zebdisk/zebdisk_file_builder.h"
 
@@ -21,13 +23,58 @@ TEST(DiskReport, TheRealTwoDDiskKeepsAll1120SectorsInMfm) {
     ZEBDisk d;
     ASSERT_TRUE(d.Import(PathOf(file), 1));
     EXPECT_EQ(d.report.warnings,
-              std::vector<std::string>{"70 tracks marked single density (0x40) do not fit a 2D "
-                                       "track in FM but do in MFM, and were read as MFM (first: "
+              std::vector<std::string>{"70 tracks marked single density do not fit a 2D track "
+                                       "in FM but do in MFM, and were encoded in MFM (first: "
                                        "track 0.0)"});
     int sectors = 0;
     for (int t = 0; t < 2 * d.Cylinders(); t++)
         if (auto v = d.Analyze(t / 2, t % 2, 0)) sectors += v->SectorCount();
     EXPECT_EQ(sectors, 1120);
+}
+
+// A D88 track marked single density that only MFM fits on a track of the disk's type is
+// encoded in MFM; where FM fits, or nothing does, the density byte stands.
+TEST(DiskReport, SingleDensityThatOnlyMfmFitsIsEncodedInMfm) {
+    auto encoded = [](const char* type) {
+        return std::string("4 tracks marked single density do not fit a ") + type +
+               " track in FM but do in MFM, and were encoded in MFM (first: track 0.0)";
+    };
+    const struct {
+        int count, n, media, mfm, kept;  // kept: sectors a track
+        std::string warning;
+    } cases[] = {
+        {16, 0, 0x00, 0, 16, ""},
+        {16, 1, 0x00, 1, 16, encoded("2D")},
+        {26, 0, 0x20, 0, 26, ""},
+        {26, 1, 0x20, 1, 26, encoded("2HD")},
+        {11, 2, 0x10, 0, 5,  // fits neither
+         "24 of 44 sectors do not fit their tracks and were left out (first: track 0.0, R 6)"},
+    };
+    for (const auto& k : cases) {
+        SCOPED_TRACE(&k - cases);
+        VDisk v;
+        v.Init(VDISK_2DD, 2, 2);
+        const Bytes data(128u << k.n, 0x5A);
+        for (int t = 0; t < 4; t++)
+            for (int r = 1; r <= k.count; r++)
+                v.Track(t / 2, t % 2)
+                    ->AddSector(MakeFormattedSector(0, t / 2, t % 2, r, k.n, data.data(),
+                                                    static_cast<int>(data.size()), 0));
+        ASSERT_TRUE(v.Export(PathOf("dr_density.d88")));
+        Bytes file = Slurp("dr_density.d88");
+        file[0x1B] = static_cast<uint8_t>(k.media);
+        Spit("dr_density.d88", file);
+        ZEBDisk d;
+        ASSERT_TRUE(d.Import(PathOf("dr_density.d88"), 1));
+        EXPECT_EQ(d.report.warnings, k.warning.empty() ? std::vector<std::string>{}
+                                                       : std::vector<std::string>{k.warning});
+        for (int t = 0; t < 4; t++) {
+            auto a = d.Analyze(t / 2, t % 2, 0);
+            ASSERT_TRUE(a);
+            EXPECT_EQ(std::pair(a->mfmCount, a->fmCount),
+                      std::pair(k.mfm * k.kept, !k.mfm * k.kept));
+        }
+    }
 }
 
 TEST(DiskReport, HfeCutsTheLongerSideOfACylinder) {
