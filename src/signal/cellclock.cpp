@@ -106,30 +106,36 @@ void CellClock::Run(uint64_t until, int64_t endCell, uint8_t* out, int64_t base,
             const int64_t dt = tf - s.grid;
             int64_t n;
             if (dt < kLongRun * s.period) {
+                // The gains come from the transitions before this one, which
+                // keeps them off the loop's critical path.
+                const bool acquiring = s.fed < kAcquire;
+                const int64_t phase = acquiring ? kAcqPhase : s.relock ? kRelockPhase : kPhase;
+                const int64_t freq = acquiring ? kAcqFreq : kFreq;
                 n = (dt * s.inverse + kInvHalf) >> kInvShift;
-                n = std::max(n, kMinCells);
+                int64_t e;
+                if (n >= kMinCells) [[likely]] {
+                    e = dt - n * s.period;
+                } else {
+                    // Two transitions in one cell: the loop learns no more
+                    // from the second than half a cell.
+                    n = kMinCells;
+                    e = std::max(dt - n * s.period, -s.period / 2);
+                }
                 if (s.cell + n >= endCell) {
                     s.index = i, s.time = t;
                     s_ = s;
                     return;
                 }
-                const int64_t e = dt - n * s.period;
-                // Two transitions in one cell: the loop learns no more from
-                // the second than half a cell.
-                const int64_t le = std::clamp(e, -s.period / 2, s.period / 2);
                 if (rec_ && recCount_ < recCap_)
                     rec_[recCount_++] = (s.cell + n) * 256 + (e * 256) / s.period;
+                s.grid += n * s.period + ((e * phase) >> 16);
+                s.period = std::clamp(s.period + ((e * freq) >> 24), minPeriod, maxPeriod);
                 // Lock lost, as at a write splice where a field written later
                 // begins out of step with the one before: the phase follows
                 // fast until the errors settle.
-                s.spread += ((le < 0 ? -le : le) - s.spread) >> kSpreadShift;
-                if (s.spread > (s.period * kLostAt >> 8)) s.relock = kRelock;
-                const bool acquiring = s.fed < kAcquire;
-                const int64_t phase = acquiring ? kAcqPhase : s.relock ? kRelockPhase : kPhase;
-                const int64_t freq = acquiring ? kAcqFreq : kFreq;
                 s.relock -= s.relock > 0;
-                s.grid += n * s.period + ((le * phase) >> 16);
-                s.period = std::clamp(s.period + ((le * freq) >> 24), minPeriod, maxPeriod);
+                s.spread += ((e < 0 ? -e : e) - s.spread) >> kSpreadShift;
+                if (s.spread > (s.period * kLostAt >> 8)) s.relock = kRelock;
                 if ((++s.fed & (kInverseEvery - 1)) == 0) s.inverse = Inverse(s.period);
             } else {
                 n = (dt + s.period / 2) / s.period;

@@ -220,6 +220,8 @@ bool FluxCapture::Build(ZEBDisk& disk) {
                 block = std::max(block, static_cast<int>(disk.track[slot].size()));
             } else {
                 disk.NewRecord(slot, nominalBytes, c, h, nominalSamples);
+                // Blank: its cells, were the samples separated, would all be zero.
+                disk.fluxCells[slot].bits = nominalSamples / 8;
             }
             disk.updated[slot] = 1;
         }

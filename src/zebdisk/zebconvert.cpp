@@ -137,7 +137,11 @@ void ZEBDisk::ConvertEncBody() {
     RebuildRecords(*this, cylinders, size, [&](OldRecord& o, uint8_t* dst) {
         // A track read from flux has its cells already, read at the capture's
         // own resolution; each worker takes only its own slot's.
+        // A slot the capture left blank has a length and no cells: the new
+        // record is zero already.
         CellRevolution& read = fluxCells[o.slot];
+        if (read.bits > 0 && read.cells.empty())
+            return static_cast<int32_t>(std::min(read.bits, cap));
         if (read.bits > 0 && read.cells.size() >= static_cast<size_t>(read.bits + 7) / 8) {
             const int n = std::min(read.bits, cap);
             SetRecordInt(o.slot, zebrec::kIndexOffset, read.index < n ? read.index : 0);

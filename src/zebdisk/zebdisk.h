@@ -124,7 +124,8 @@ public:
     // The cells a captured slot was read into straight from its flux, with
     // every sector any revolution reads good: ConvertEnc, Export and Analyze
     // take them instead of separating the raw track again. Cleared like the
-    // spare revolutions, and by the conversion that takes them.
+    // spare revolutions, and by the conversion that takes them. A length
+    // without cells stands for a blank track.
     CellRevolution fluxCells[kSlots];
     // What the last load, import, conversion, save or export dropped, or why it
     // failed (the sector-level disk's report is merged in); the programs print it.

@@ -71,20 +71,26 @@ bool ChecksumMatches(Fileio& f, uint32_t expected, uint32_t* sum) {
     return s == expected;
 }
 
-// 16-bit big-endian values; a zero adds 65536 to the next one.
-void Intervals(const uint8_t* p, size_t count, std::vector<uint32_t>& out) {
-    out.clear();
-    out.reserve(count);
+// 16-bit big-endian values; a zero adds 65536 to the next one. Returns their
+// sum in clock units.
+uint64_t Intervals(const uint8_t* p, size_t count, std::vector<uint32_t>& out) {
+    out.resize(count);
+    uint32_t* o = out.data();
+    size_t k = 0;
     uint32_t carry = 0;
+    uint64_t total = 0;
     for (size_t i = 0; i < count; i++) {
         const uint32_t v = (uint32_t{p[2 * i]} << 8) | p[2 * i + 1];
-        if (v == 0) {
+        if (v == 0) [[unlikely]] {
             carry += 0x10000;
             continue;
         }
-        out.push_back(v + carry);
+        o[k++] = v + carry;
+        total += v + carry;
         carry = 0;
     }
+    out.resize(k);
+    return total;
 }
 
 }  // namespace
@@ -188,9 +194,8 @@ bool ZEBDisk::ImportSCP(const Filepath& path) {
         trackpool::ForEach(static_cast<int>(n), 0, [&](int j) {
             Job& job = jobs[static_cast<size_t>(j)];
             for (size_t r = 0; r < revs; r++) {
-                Intervals(job.data[r].data(), job.data[r].size() / 2, job.held[r]);
-                uint64_t total = 0;
-                for (uint32_t v : job.held[r]) total += v;
+                const uint64_t total =
+                    Intervals(job.data[r].data(), job.data[r].size() / 2, job.held[r]);
                 job.flux[r].intervals = job.held[r].data();
                 job.flux[r].count = job.held[r].size();
                 job.flux[r].length = job.duration[r] ? job.duration[r] : total;
