@@ -10,14 +10,16 @@ constexpr int64_t kInvHalf = int64_t{1} << (kInvShift - 1);
 // dropout): the grid starts again at the transition that ends it and learns
 // nothing from it.
 constexpr int64_t kLongRun = 48;
-// Loop gains a transition: the phase takes kPhase / 65536 of the error, the
-// cell length kFreq / 2^24 of it. The loop follows about a fortieth of a
+// Loop gains a transition: the phase takes 2^-kPhaseShift of the error, the
+// cell length kFreq / 2^24 of it. The loop follows about a thirtieth of a
 // transition's error, enough for the slow wobble of a drive and far below a
 // single transition's jitter. Until kAcquire transitions have been fed it
-// follows faster, to take up the speed where the capture starts.
-constexpr int64_t kPhase = 2200;
+// follows faster, to take up the speed where the capture starts. The phase
+// gains are powers of two: a shift is the shortest step in the chain of
+// operations from one transition to the next.
+constexpr int kPhaseShift = 5;
 constexpr int64_t kFreq = 5000;
-constexpr int64_t kAcqPhase = 9000;
+constexpr int kAcqPhaseShift = 3;
 constexpr int64_t kAcqFreq = 60000;
 constexpr uint32_t kAcquire = 600;
 // Every transition takes a cell of its own. It does not take the nearest one
@@ -28,10 +30,10 @@ constexpr int64_t kMinCells = 1;
 // The mean distance of the transitions from their cells' centres follows the
 // last few transitions (a share of 2^-kSpreadShift each); above kLostAt / 256
 // of a cell the grid is taken as out of step, and the phase takes
-// kRelockPhase / 65536 of each error for kRelock transitions.
+// 2^-kRelockPhaseShift of each error for kRelock transitions.
 constexpr int kSpreadShift = 3;
 constexpr int64_t kLostAt = 56;
-constexpr int64_t kRelockPhase = 20000;
+constexpr int kRelockPhaseShift = 2;
 constexpr int32_t kRelock = 24;
 // The inverse is brought up to date this often (transitions, a power of two):
 // the cell length moves far too little in between to change a decision.
@@ -109,7 +111,9 @@ void CellClock::Run(uint64_t until, int64_t endCell, uint8_t* out, int64_t base,
                 // The gains come from the transitions before this one, which
                 // keeps them off the loop's critical path.
                 const bool acquiring = s.fed < kAcquire;
-                const int64_t phase = acquiring ? kAcqPhase : s.relock ? kRelockPhase : kPhase;
+                const int phase = acquiring  ? kAcqPhaseShift
+                                  : s.relock ? kRelockPhaseShift
+                                             : kPhaseShift;
                 const int64_t freq = acquiring ? kAcqFreq : kFreq;
                 n = (dt * s.inverse + kInvHalf) >> kInvShift;
                 int64_t e;
@@ -128,7 +132,7 @@ void CellClock::Run(uint64_t until, int64_t endCell, uint8_t* out, int64_t base,
                 }
                 if (rec_ && recCount_ < recCap_)
                     rec_[recCount_++] = (s.cell + n) * 256 + (e * 256) / s.period;
-                s.grid += n * s.period + ((e * phase) >> 16);
+                s.grid += n * s.period + (e >> phase);
                 s.period = std::clamp(s.period + ((e * freq) >> 24), minPeriod, maxPeriod);
                 // Lock lost, as at a write splice where a field written later
                 // begins out of step with the one before: the phase follows

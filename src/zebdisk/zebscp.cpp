@@ -3,6 +3,7 @@
 // times since the previous transition.
 #include <algorithm>
 #include <cstdio>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -52,23 +53,28 @@ constexpr double kBaseClock = 40e6;  // 25 ns
 constexpr size_t kMaxRevolutions = 16;
 // Far beyond the flux of any real revolution (a high density one holds about 100,000).
 constexpr uint32_t kMaxFlux = 1 << 20;
-constexpr size_t kChunk = 1 << 20;
+// Bytes the checksum sums a job.
+constexpr size_t kSumChunk = size_t{4} << 20;
 
-// The header's checksum against the bytes from the track table on; the file
-// is read in chunks, whatever its size.
-bool ChecksumMatches(Fileio& f, uint32_t expected, uint32_t* sum) {
-    std::vector<uint8_t> buf(kChunk);
-    uint32_t s = 0;
-    int64_t left = f.GetFileSize() - static_cast<int64_t>(scphdr::kTrackTable);
-    if (!f.Seek(static_cast<int64_t>(scphdr::kTrackTable), 0)) return false;
-    while (left > 0) {
-        const size_t n = static_cast<size_t>(std::min<int64_t>(left, kChunk));
-        if (!f.Read(buf.data(), static_cast<int>(n))) return false;
-        for (size_t i = 0; i < n; i++) s += buf[i];
-        left -= static_cast<int64_t>(n);
+// The sum of n bytes, eight at a time: four 16-bit lanes take the even and
+// the odd bytes of each word, and are added up before they can overflow.
+uint32_t ByteSum(const uint8_t* p, size_t n) {
+    constexpr uint64_t kLanes = 0x00FF00FF00FF00FFULL;
+    constexpr size_t kWordsPerFlush = 128;  // 128 x 2 x 255 stays below 65536
+    uint32_t sum = 0;
+    size_t i = 0;
+    while (n - i >= 8) {
+        uint64_t acc = 0;
+        for (size_t w = 0; w < kWordsPerFlush && n - i >= 8; w++, i += 8) {
+            uint64_t v;
+            std::memcpy(&v, p + i, 8);
+            acc += (v & kLanes) + ((v >> 8) & kLanes);
+        }
+        for (int lane = 0; lane < 4; lane++)
+            sum += static_cast<uint32_t>((acc >> (16 * lane)) & 0xFFFF);
     }
-    *sum = s;
-    return s == expected;
+    for (; i < n; i++) sum += p[i];
+    return sum;
 }
 
 // 16-bit big-endian values; a zero adds 65536 to the next one. Returns their
@@ -120,10 +126,97 @@ bool ZEBDisk::ImportSCP(const Filepath& path) {
         return fail("flux values of " + std::to_string(cellWidth) + " bits");
     if (heads > 2) return fail("heads value " + std::to_string(heads));
 
+    const size_t revs = std::min<size_t>(revolutions, kMaxRevolutions);
+    const size_t thSize = scptrk::kRevolutions + revolutions * scptrk::kEntrySize;
+
+    // Every track header is checked first, in order.
+    struct Job {
+        unsigned t = 0;
+        int64_t at = 0;
+        size_t extent = 0;  // bytes from the header to the end of its last flux
+        std::string why;
+        bool ok = true;
+    };
+    std::vector<Job> jobs;
+    std::vector<uint8_t> th(thSize);
+    for (unsigned t = start; t <= end; t++) {
+        const int64_t at = hdr.U32(scphdr::kTrackTable + 4 * t);
+        if (at == 0) continue;
+        const std::string label = "track " + std::to_string(t);
+        size_t extent = thSize;
+        if (at + static_cast<int64_t>(thSize) > fileSize ||
+            !f.ReadAt(th.data(), static_cast<int>(thSize), at))
+            return fail(label + " header lies outside the file");
+        const FieldReader trk(th.data(), thSize);
+        if (!trk.Equals(scptrk::kSignature, "TRK", scptrk::kSignatureLen))
+            return fail(label + " header has no TRK signature");
+        if (trk.U8(scptrk::kNumber) != t)
+            return fail(label + " header names track " + std::to_string(trk.U8(scptrk::kNumber)));
+        for (size_t r = 0; r < revs; r++) {
+            const size_t e = scptrk::kRevolutions + r * scptrk::kEntrySize;
+            const uint32_t count = trk.U32(e + scptrk::kCount);
+            const int64_t data = at + trk.U32(e + scptrk::kOffset);
+            if (count > kMaxFlux) return fail(label + " holds too many flux values");
+            if (data + int64_t{count} * 2 > fileSize)
+                return fail(label + " flux data lies outside the file");
+            extent = std::max(extent, static_cast<size_t>(data - at) + size_t{count} * 2);
+        }
+        jobs.push_back({t, at, extent, {}, true});
+    }
+
+    // Then the tracks are read side by side on the pool, each job reading
+    // only its own track, with the checksum's share of the bytes in chunks
+    // beside them. Each worker keeps its buffers from job to job.
+    const size_t summed = static_cast<size_t>(fileSize) - scphdr::kTrackTable;
+    const size_t chunks = (summed + kSumChunk - 1) / kSumChunk;
+    std::vector<uint32_t> sums(chunks);
+    std::vector<uint8_t> unread(chunks);
+    FluxCapture capture;
+    trackpool::ForEach(static_cast<int>(jobs.size() + chunks), 0, [&](int i) {
+        thread_local std::vector<uint8_t> bytes;
+        thread_local std::vector<std::vector<uint32_t>> held;
+        if (static_cast<size_t>(i) >= jobs.size()) {
+            const size_t k = static_cast<size_t>(i) - jobs.size();
+            const size_t n = std::min(kSumChunk, summed - k * kSumChunk);
+            bytes.resize(n);
+            if (!f.ReadAt(bytes.data(), static_cast<int>(n),
+                          static_cast<int64_t>(scphdr::kTrackTable + k * kSumChunk))) {
+                unread[k] = 1;
+                return;
+            }
+            sums[k] = ByteSum(bytes.data(), n);
+            return;
+        }
+        Job& job = jobs[static_cast<size_t>(i)];
+        bytes.resize(job.extent);
+        if (!f.ReadAt(bytes.data(), static_cast<int>(job.extent), job.at)) {
+            job.ok = false;
+            job.why = "cannot be read";
+            return;
+        }
+        const FieldReader trk(bytes.data(), thSize);
+        held.resize(std::max(held.size(), revs));
+        std::vector<FluxRevolution> flux(revs);
+        for (size_t r = 0; r < revs; r++) {
+            const size_t e = scptrk::kRevolutions + r * scptrk::kEntrySize;
+            const uint32_t count = trk.U32(e + scptrk::kCount);
+            const uint32_t duration = trk.U32(e + scptrk::kDuration);
+            const uint8_t* data = bytes.data() + trk.U32(e + scptrk::kOffset);
+            const uint64_t total = Intervals(data, count, held[r]);
+            flux[r].intervals = held[r].data();
+            flux[r].count = held[r].size();
+            flux[r].length = duration ? duration : total;
+            flux[r].whole = true;
+        }
+        job.ok = capture.AddTrack(static_cast<int>(job.t / 2), static_cast<int>(job.t % 2), flux,
+                                  clockHz, &job.why);
+    });
+
+    if (std::find(unread.begin(), unread.end(), 1) != unread.end()) return fail("cannot be read");
     uint32_t sum = 0;
+    for (uint32_t part : sums) sum += part;
     const uint32_t expected = hdr.U32(scphdr::kChecksum);
-    if (!ChecksumMatches(f, expected, &sum)) {
-        if (f.GetFilePos() != fileSize) return fail("cannot be read");
+    if (sum != expected) {
         char text[96];
         std::snprintf(
             text, sizeof text,
@@ -131,83 +224,10 @@ bool ZEBDisk::ImportSCP(const Filepath& path) {
             static_cast<unsigned>(expected), static_cast<unsigned>(sum));
         report.Warn(text);
     }
-
-    const size_t revs = std::min<size_t>(revolutions, kMaxRevolutions);
-    const size_t thSize = scptrk::kRevolutions + revolutions * scptrk::kEntrySize;
-    std::vector<uint8_t> th(thSize);
-
-    // A few tracks are read at a time, in order, then turned into intervals,
-    // resampled and decoded side by side: each job touches only its own track.
-    struct Job {
-        unsigned t = 0;
-        std::vector<std::vector<uint8_t>> data;
-        std::vector<uint32_t> duration;
-        std::vector<std::vector<uint32_t>> held;
-        std::vector<FluxRevolution> flux;
-        std::string why;
-        bool ok = true;
-    };
-    constexpr size_t kBatch = 4;
-    std::vector<Job> jobs(kBatch);
-    for (Job& j : jobs) {
-        j.data.resize(revs);
-        j.duration.resize(revs);
-        j.held.resize(revs);
-        j.flux.resize(revs);
-    }
-    std::vector<unsigned> present;
-    for (unsigned t = start; t <= end; t++)
-        if (hdr.U32(scphdr::kTrackTable + 4 * t) != 0) present.push_back(t);
-
-    FluxCapture capture;
     int captured = 0;
-    for (size_t from = 0; from < present.size(); from += kBatch) {
-        const size_t n = std::min(kBatch, present.size() - from);
-        for (size_t j = 0; j < n; j++) {
-            Job& job = jobs[j];
-            const unsigned t = job.t = present[from + j];
-            const int64_t at = hdr.U32(scphdr::kTrackTable + 4 * t);
-            const std::string label = "track " + std::to_string(t);
-            if (at + static_cast<int64_t>(thSize) > fileSize || !f.Seek(at, 0) ||
-                !f.Read(th.data(), static_cast<int>(thSize)))
-                return fail(label + " header lies outside the file");
-            const FieldReader trk(th.data(), th.size());
-            if (!trk.Equals(scptrk::kSignature, "TRK", scptrk::kSignatureLen))
-                return fail(label + " header has no TRK signature");
-            if (trk.U8(scptrk::kNumber) != t)
-                return fail(label + " header names track " +
-                            std::to_string(trk.U8(scptrk::kNumber)));
-            for (size_t r = 0; r < revs; r++) {
-                const size_t e = scptrk::kRevolutions + r * scptrk::kEntrySize;
-                const uint32_t count = trk.U32(e + scptrk::kCount);
-                const int64_t data = at + trk.U32(e + scptrk::kOffset);
-                if (count > kMaxFlux) return fail(label + " holds too many flux values");
-                if (data + int64_t{count} * 2 > fileSize)
-                    return fail(label + " flux data lies outside the file");
-                job.data[r].resize(size_t{count} * 2);
-                job.duration[r] = trk.U32(e + scptrk::kDuration);
-                if (count &&
-                    (!f.Seek(data, 0) || !f.Read(job.data[r].data(), static_cast<int>(count * 2))))
-                    return fail("cannot be read");
-            }
-        }
-        trackpool::ForEach(static_cast<int>(n), 0, [&](int j) {
-            Job& job = jobs[static_cast<size_t>(j)];
-            for (size_t r = 0; r < revs; r++) {
-                const uint64_t total =
-                    Intervals(job.data[r].data(), job.data[r].size() / 2, job.held[r]);
-                job.flux[r].intervals = job.held[r].data();
-                job.flux[r].count = job.held[r].size();
-                job.flux[r].length = job.duration[r] ? job.duration[r] : total;
-                job.flux[r].whole = true;
-            }
-            job.ok = capture.AddTrack(static_cast<int>(job.t / 2), static_cast<int>(job.t % 2),
-                                      job.flux, clockHz, &job.why);
-        });
-        for (size_t j = 0; j < n; j++) {
-            if (!jobs[j].ok) return fail("track " + std::to_string(jobs[j].t) + ": " + jobs[j].why);
-            captured++;
-        }
+    for (const Job& job : jobs) {
+        if (!job.ok) return fail("track " + std::to_string(job.t) + ": " + job.why);
+        captured++;
     }
     if (captured == 0 || !capture.Build(*this)) return fail("no track holds flux");
     SetName(name.c_str());
