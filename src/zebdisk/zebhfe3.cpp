@@ -85,8 +85,8 @@ Side DecodeSide(const uint8_t* in, size_t n, uint8_t* out, size_t cap, int rateC
         if (!op) continue;
         if (op->argBytes > n - i - 1) {
             side.error = "opcode " + HexByte(op->code) + " (" + op->name + ") at byte " +
-                         std::to_string(i) + " of " + std::to_string(n) +
-                         " lacks the byte(s) that follow it";
+                         std::to_string(i) + " is cut off by the end of the side's " +
+                         std::to_string(n) + " bytes";
             return side;
         }
         sink.Bytes(in + run, i - run);

@@ -25,7 +25,7 @@ struct Opcode {
 constexpr uint8_t kNop = 0xF0;         // nothing
 constexpr uint8_t kSetIndex = 0xF1;    // the index pulse lies at this point
 constexpr uint8_t kSetBitRate = 0xF2;  // rate byte: cell rate = 36 MHz / rate
-constexpr uint8_t kSkipBits = 0xF3;    // count byte, then a byte whose first count cells are not
+constexpr uint8_t kSkipBits = 0xF3;    // count byte, then a byte whose first count cells drop
 constexpr uint8_t kRand = 0xF4;        // a byte of random (weak) cells
 constexpr Opcode kOpcodes[] = {
     {kNop, 0, "no-op"},           {kSetIndex, 0, "index"},

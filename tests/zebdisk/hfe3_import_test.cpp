@@ -44,9 +44,10 @@ TEST(Hfe3Import, EachOpcodeBecomesCellsIndexOrWarning) {
         {"other bytes of four 1 cells are cells", {0xF8, 0xFF}, {0xF8, 0xFF}, 16, ""},
         {"version 1 has no opcodes", {0x12, kIndex, kRate}, {0x12, kIndex, kRate}, 24, "", "HXCPICFE"},
         {"rate byte cut off", {0x12, kRate}, {}, -1,
-         "track 0.1: opcode 0xF2 (bit rate) at byte 1 of 2 lacks the byte(s) that follow it"},
+         "track 0.1: opcode 0xF2 (bit rate) at byte 1 is cut off by the end of the side's 2 bytes"},
         {"skipped cells cut off", {0x12, 0x34, kSkip, 3}, {}, -1,
-         "track 0.1: opcode 0xF3 (skipped bits) at byte 2 of 4 lacks the byte(s) that follow it"},
+         "track 0.1: opcode 0xF3 (skipped bits) at byte 2 is cut off by the end of the side's 4 "
+         "bytes"},
         {"more cells skipped than a byte has", {kSkip, 9, 0x00}, {}, -1,
          "track 0.1: opcode 0xF3 (skipped bits) at byte 0 skips 9 cells of a byte of 8"},
         // clang-format on
