@@ -260,6 +260,5 @@ bool ReadFluxTrack(const FluxRevolution* revs, size_t count, uint64_t cellTime, 
     if (spliced) decoded->Decode(0, cells.data(), len, 0);
     out->cells = std::move(cells);
     out->bits = len;
-    out->index = join ? len - join : 0;
     return true;
 }

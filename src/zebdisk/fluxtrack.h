@@ -1,9 +1,10 @@
 // One physical track read straight from its flux: a cell clock runs over the
 // continuous flux of the revolutions, and the track becomes one revolution of
-// cells that starts at the index but is joined in the gap before the first ID
-// field after it, so that a sector crossing the index reads whole. Sectors the
-// first revolution leaves bad are taken from the next ones where those read
-// them good, and combined transition by transition where none does.
+// cells that starts in the gap before the first ID field after the index and
+// runs on past the next index to there, so that a sector crossing the index
+// reads whole and no sector crosses the stream's end. Sectors the first
+// revolution leaves bad are taken from the next ones where those read them
+// good.
 #pragma once
 
 #include <cstddef>

@@ -144,7 +144,7 @@ void ZEBDisk::ConvertEncBody() {
             return static_cast<int32_t>(std::min(read.bits, cap));
         if (read.bits > 0 && read.cells.size() >= static_cast<size_t>(read.bits + 7) / 8) {
             const int n = std::min(read.bits, cap);
-            SetRecordInt(o.slot, zebrec::kIndexOffset, read.index < n ? read.index : 0);
+            SetRecordInt(o.slot, zebrec::kIndexOffset, 0);
             std::memcpy(dst, read.cells.data(), static_cast<size_t>(n + 7) / 8);
             if (n & 7) dst[n / 8] = static_cast<uint8_t>(dst[n / 8] & (0xFF00 >> (n & 7)));
             return static_cast<int32_t>(n);

@@ -46,7 +46,6 @@ constexpr int kData = 16;
 struct CellRevolution {
     std::vector<uint8_t> cells;
     int bits = 0;
-    int index = 0;  // the cell the index lies at
 };
 
 class ZEBDisk {
@@ -122,8 +121,10 @@ public:
     // Cleared by Cleanup, Init, Load and ConvertRaw; Save ignores them.
     std::vector<CellRevolution> spareRevolutions[kSlots];
     // The cells a captured slot was read into straight from its flux, with
-    // every sector any revolution reads good: ConvertEnc, Export and Analyze
-    // take them instead of separating the raw track again. Cleared like the
+    // every sector any revolution reads good, starting in a gap so that none
+    // crosses the stream's end: ConvertEnc, Export and Analyze take them
+    // instead of separating the raw track again (with an index offset of 0,
+    // which a later load would turn the stream by). Cleared like the
     // spare revolutions, and by the conversion that takes them. A length
     // without cells stands for a blank track.
     CellRevolution fluxCells[kSlots];
