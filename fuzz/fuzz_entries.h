@@ -25,6 +25,7 @@
 #include "track/vsector.h"
 #include "track/vtrack.h"
 #include "vdisk/vdisk.h"
+#include "zebdisk/fluxtrack.h"
 #include "zebdisk/revmerge.h"
 #include "zebdisk/zebdisk.h"
 
@@ -303,6 +304,36 @@ inline void KryoFluxImport(const uint8_t* data, size_t size) {
     rmdir(dir.c_str());
 }
 
+// The cell clock and the track it builds over arbitrary flux: the first byte
+// picks the revolutions (1 to 4), the cell time and whether each revolution
+// is timed longer or shorter than its flux; the rest are 16-bit big-endian
+// intervals shared out among the revolutions.
+inline void FluxTrack(const uint8_t* data, size_t size) {
+    if (size < 3) return;
+    const size_t revs = 1 + (data[0] & 3);
+    const uint64_t cellTime = static_cast<uint64_t>(8 + (data[0] >> 2 & 31) * 8) << 16;
+    std::vector<uint32_t> flux((size - 1) / 2);
+    for (size_t i = 0; i < flux.size(); i++)
+        flux[i] = (uint32_t{data[1 + 2 * i]} << 8) | data[2 + 2 * i];
+    std::vector<FluxRevolution> r(revs);
+    const size_t each = flux.size() / revs;
+    for (size_t k = 0; k < revs; k++) {
+        r[k].intervals = flux.data() + k * each;
+        r[k].count = each;
+        uint64_t length = 0;
+        for (size_t i = 0; i < each; i++) length += r[k].intervals[i];
+        r[k].length = data[0] & 0x80 ? length / 2 + 1 : length + 100;
+    }
+    CellRevolution out;
+    VTrack t;
+    if (ReadFluxTrack(r.data(), revs, cellTime, &out, &t)) {
+        if (out.bits <= 0 || out.cells.size() < static_cast<size_t>(out.bits + 7) / 8) std::abort();
+        for (int i = 0; i < (out.bits + 7) / 8; i++)
+            sink = sink + out.cells[static_cast<size_t>(i)];
+    }
+    sink = sink + TouchTrack(&t);
+}
+
 struct Entry {
     const char* name;
     void (*run)(const uint8_t*, size_t);
@@ -326,6 +357,7 @@ inline constexpr Entry kEntries[] = {
     {"td0_import", Td0Import},
     {"imd_import", ImdImport},
     {"mfi_import", MfiImport},
+    {"flux_track", FluxTrack},
 };
 
 }  // namespace zebfuzz

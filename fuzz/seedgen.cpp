@@ -308,6 +308,16 @@ void FluxSeeds() {
     FieldWriter(scp.data(), scp.size()).U32(12, sum);
     Put("scp_import", "mfm-track", scp);
 
+    // The same flux straight to the cell clock: two revolutions at 80 units a
+    // cell (prefix 0x25), then timed shorter than their flux (0xA5).
+    Bytes intervals;
+    for (uint32_t v : scpFlux) {
+        intervals.push_back(static_cast<uint8_t>(v >> 8));
+        intervals.push_back(static_cast<uint8_t>(v));
+    }
+    Put("flux_track", "mfm-two-revolutions", intervals, 0x25);
+    Put("flux_track", "mfm-timed-short", intervals, 0xA5);
+
     const std::vector<uint32_t> kfFlux = CellFlux(cells, bits, 48);
     Bytes kf;
     uint32_t pos = 0;

@@ -207,6 +207,9 @@ bool ReadFluxTrack(const FluxRevolution* revs, size_t count, uint64_t cellTime, 
         if (time >= kMaxTime) return false;
     }
     index[count] = time;
+    // No revolution may hold more cells than any track could.
+    for (size_t r = 0; r < count; r++)
+        if (CellsAtMost(revs[r].length, cellTime) > 2 * kMaxCells) return false;
     CellClock clock(spans.data(), count, 0, cellTime);
 
     // The first revolution, then on past the index to the join.
