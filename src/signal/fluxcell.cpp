@@ -83,16 +83,16 @@ uint64_t FluxCellTime(const uint32_t* intervals, size_t n, double clockHz) {
     // Then every interval of two to four cells at that cell time counts, each
     // by its cells: exact to far below a sample over the track, and not pulled
     // by the rounding of a single peak.
-    const double cell = static_cast<double>(sum) / static_cast<double>(2 * count);
-    const double inverse = 1.0 / cell;
+    // Cells an interval spans: v x inverse / 2^32, rounded (2 x count
+    // intervals of two cells span sum clock units).
+    const uint64_t inverse = ((uint64_t{2} * count) << 32) / sum;
     uint64_t time = 0, cells = 0;
     for (size_t i = 0; i < n; i++) {
-        const uint32_t v = intervals[i];
-        const auto k = static_cast<uint64_t>(v * inverse + 0.5);
-        if (k >= 2 && k <= 4) {
-            time += v;
-            cells += k;
-        }
+        const uint64_t v = intervals[i];
+        const uint64_t k = (v * inverse + (uint64_t{1} << 31)) >> 32;
+        const uint64_t take = k - 2 <= 2 ? ~uint64_t{0} : 0;  // two to four cells
+        time += v & take;
+        cells += k & take;
     }
     if (!cells) return 0;
     return ((time << kCellTimeShift) + cells / 2) / cells;

@@ -82,12 +82,23 @@ uint32_t ByteSum(const uint8_t* p, size_t n) {
 uint64_t Intervals(const uint8_t* p, size_t count, std::vector<uint32_t>& out) {
     out.resize(count);
     uint32_t* o = out.data();
-    size_t k = 0;
-    uint32_t carry = 0;
+    // Zeros are rare: a first pass that has none to handle runs without a
+    // branch, eight values at a time.
     uint64_t total = 0;
+    uint32_t zeros = 0;
     for (size_t i = 0; i < count; i++) {
         const uint32_t v = (uint32_t{p[2 * i]} << 8) | p[2 * i + 1];
-        if (v == 0) [[unlikely]] {
+        o[i] = v;
+        total += v;
+        zeros |= v == 0;
+    }
+    if (!zeros) return total;
+    size_t k = 0;
+    uint32_t carry = 0;
+    total = 0;
+    for (size_t i = 0; i < count; i++) {
+        const uint32_t v = (uint32_t{p[2 * i]} << 8) | p[2 * i + 1];
+        if (v == 0) {
             carry += 0x10000;
             continue;
         }
