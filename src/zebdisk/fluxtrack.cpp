@@ -191,6 +191,105 @@ int TakeGood(uint8_t* cells, int len, std::vector<Placed>& have, const VTrack& o
     return taken;
 }
 
+// A revolution's cells as read: bit p is cell base + p of the clock.
+struct Window {
+    int64_t base;
+    int len;
+    std::vector<Placed> sectors;
+};
+
+// Where every transition lies (cells x 256) up to cell end, from a clock run
+// afresh over the same flux: it puts each one where the first run did.
+std::vector<int64_t> Positions(const FluxSpan* spans, size_t count, uint64_t cellTime,
+                               int64_t end) {
+    size_t total = 0;
+    for (size_t r = 0; r < count; r++) total += spans[r].count;
+    std::vector<int64_t> positions(total);
+    CellClock clock(spans, count, 0, cellTime);
+    clock.Record(positions.data(), positions.size());
+    uint8_t scratch[8] = {};
+    clock.Run(UINT64_MAX, end, scratch, 0, 64);
+    positions.resize(clock.Recorded());
+    return positions;
+}
+
+// The transitions from cell `from` to cell `to` (x 256), relative to cell at.
+std::vector<int64_t> Between(const std::vector<int64_t>& positions, int64_t from, int64_t to,
+                             int64_t at) {
+    auto lo = std::lower_bound(positions.begin(), positions.end(), from * 256 - 128);
+    auto hi = std::lower_bound(positions.begin(), positions.end(), to * 256 - 128);
+    std::vector<int64_t> v(lo, hi);
+    for (int64_t& x : v) x -= at * 256;
+    return v;
+}
+
+int64_t FloorDiv(int64_t a, int64_t b) {
+    const int64_t q = a / b;
+    return q * b != a && (a < 0) != (b < 0) ? q - 1 : q;
+}
+
+// Two readings of one transition lie within this of each other (cells x
+// 256): their difference has the jitter of one reading times the root of 2,
+// and the next transition lies two cells away.
+constexpr int64_t kPairWithin = 320;
+
+// Reads the sector the track holds bad at `bad` once more, from each of its
+// transitions averaged with the nearest one (within kPairWithin) of every
+// other revolution that holds the same ID (or, when its own ID did not read,
+// a good ID at the same place): the jitter of an average of n
+// readings is that of one divided by the root of n. The first window's bit j
+// is cell j + join of the clock up to cell first (its index), and on from
+// there past it. True when the sector's cells were replaced.
+bool Combine(uint8_t* cells, const Window& track, int64_t first, const Placed& bad,
+             const std::vector<Window>& others, const std::vector<int64_t>& positions) {
+    const int len = track.len;
+    const int lead = LeadCells(bad.mfm);
+    // The sector's extent: the longest any reading of it shows.
+    int span = bad.cells;
+    std::vector<std::pair<const Window*, const Placed*>> same;
+    for (const Window& w : others)
+        for (const Placed& p : w.sectors)
+            if (p.idGood && p.mfm == bad.mfm &&
+                (bad.idGood ? p.c == bad.c && p.h == bad.h && p.r == bad.r && p.n == bad.n
+                            : std::abs(p.at - bad.at) <= len / 100)) {
+                same.push_back({&w, &p});
+                span = std::max(span, p.cells);
+                break;
+            }
+    const int n = lead + span + kTailBytes * CellsPerByte(bad.mfm);
+    const int64_t start = int64_t{bad.at} - lead;
+    if (same.empty() || start < 0 || start + n > len) return false;
+    auto clockCell = [&](int64_t j) {
+        const int64_t c = j + track.base;
+        return c < first ? c : c - len + first;
+    };
+    const int64_t id = clockCell(bad.at);
+    if (clockCell(start + n - 1) - clockCell(start) != n - 1) return false;  // spans the index
+    const std::vector<int64_t> mine =
+        Between(positions, clockCell(start), clockCell(start) + n, id);
+    std::vector<std::vector<int64_t>> theirs;
+    for (const auto& [w, p] : same) {
+        const int64_t at = w->base + p->at;
+        theirs.push_back(Between(positions, at - lead, at - lead + n, at));
+    }
+    std::vector<uint8_t> region = Zeroed(n);
+    std::vector<size_t> next(theirs.size(), 0);
+    for (int64_t x : mine) {
+        int64_t sum = x, k = 1;
+        for (size_t r = 0; r < theirs.size(); r++) {
+            const std::vector<int64_t>& v = theirs[r];
+            size_t& i = next[r];
+            while (i < v.size() && v[i] < x - kPairWithin) i++;
+            if (i < v.size() && v[i] <= x + kPairWithin) sum += v[i], k++;
+        }
+        const int64_t cell = FloorDiv(FloorDiv(sum, k) + 128, 256) + lead;
+        if (cell >= 0 && cell < n)
+            region[static_cast<size_t>(cell >> 3)] |= static_cast<uint8_t>(0x80 >> (cell & 7));
+    }
+    CopyBits(region.data(), n, 0, cells, len, start, n);
+    return true;
+}
+
 }  // namespace
 
 bool ReadFluxTrack(const FluxRevolution* revs, size_t count, uint64_t cellTime, CellRevolution* out,
@@ -239,6 +338,7 @@ bool ReadFluxTrack(const FluxRevolution* revs, size_t count, uint64_t cellTime, 
     bool spliced = false;
     if (count > 1 && AnyBad(*decoded)) {
         std::vector<Placed> have = Sectors(*decoded, len);
+        std::vector<Window> windows;
         int64_t at = first;  // the cell of the revolution's index
         for (size_t r = 1; r < count && !clock.Done(); r++) {
             const int64_t otherCap = CellsAtMost(revs[r].length, cellTime);
@@ -254,10 +354,24 @@ bool ReadFluxTrack(const FluxRevolution* revs, size_t count, uint64_t cellTime, 
             VTrack o;
             o.Decode(0, other.data(), otherLen, 0);
             if (TakeGood(cells.data(), len, have, o, other.data(), otherLen)) spliced = true;
+            windows.push_back({base, otherLen, Sectors(o, otherLen)});
             at = next;
             bool anyBad = false;
             for (const Placed& p : have) anyBad = anyBad || !p.good;
             if (!anyBad) break;
+        }
+        // What no revolution reads good is read once more from the
+        // transitions of all of them together.
+        bool anyBad = false;
+        for (const Placed& p : have) anyBad = anyBad || !p.good;
+        if (anyBad && !windows.empty()) {
+            const Window& last = windows.back();
+            std::vector<int64_t> positions =
+                Positions(spans.data(), count, cellTime, last.base + last.len);
+            const Window first1{join, len, {}};
+            for (const Placed& bad : have)
+                if (!bad.good && Combine(cells.data(), first1, first, bad, windows, positions))
+                    spliced = true;
         }
     }
     if (spliced) decoded->Decode(0, cells.data(), len, 0);
