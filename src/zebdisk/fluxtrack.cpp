@@ -241,7 +241,8 @@ constexpr int64_t kPairWithin = 320;
 // is cell j + join of the clock up to cell first (its index), and on from
 // there past it. True when the sector's cells were replaced.
 bool Combine(uint8_t* cells, const Window& track, int64_t first, const Placed& bad,
-             const std::vector<Window>& others, const std::vector<int64_t>& positions) {
+             const std::vector<Placed>& have, const std::vector<Window>& others,
+             const std::vector<int64_t>& positions) {
     const int len = track.len;
     const int lead = LeadCells(bad.mfm);
     // The sector's extent: the longest any reading of it shows.
@@ -259,6 +260,9 @@ bool Combine(uint8_t* cells, const Window& track, int64_t first, const Placed& b
     const int n = lead + span + kTailBytes * CellsPerByte(bad.mfm);
     const int64_t start = int64_t{bad.at} - lead;
     if (same.empty() || start < 0 || start + n > len) return false;
+    // A good sector next to it keeps its own cells.
+    for (const Placed& p : have)
+        if (&p != &bad && p.good && Overlap(start, n, p.at, p.cells, len)) return false;
     auto clockCell = [&](int64_t j) {
         const int64_t c = j + track.base;
         return c < first ? c : c - len + first;
@@ -370,7 +374,8 @@ bool ReadFluxTrack(const FluxRevolution* revs, size_t count, uint64_t cellTime, 
                 Positions(spans.data(), count, cellTime, last.base + last.len);
             const Window first1{join, len, {}};
             for (const Placed& bad : have)
-                if (!bad.good && Combine(cells.data(), first1, first, bad, windows, positions))
+                if (!bad.good &&
+                    Combine(cells.data(), first1, first, bad, have, windows, positions))
                     spliced = true;
         }
     }
