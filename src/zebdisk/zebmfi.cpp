@@ -162,7 +162,7 @@ std::string Transitions(const uint8_t* bytes, size_t n, bool older, std::vector<
             const uint32_t type = v >> kTypeShift, a = v & kAngleMask;
             const uint64_t start = lengths ? pos : a;
             pos += a;
-            if (type > kOrientB)
+            if (type != kOrientA && type != kOrientB)
                 *zones = true;
             else if (before <= kOrientB && before != type)
                 at.push_back(static_cast<uint32_t>(start));
