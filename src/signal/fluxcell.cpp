@@ -11,9 +11,9 @@ constexpr double kMinTwoCells = 1.0e-6;
 constexpr double kMaxTwoCells = 12.0e-6;
 // A histogram wider than this is coarsened: the peak needs no finer bins.
 constexpr uint64_t kMaxBins = 4096;
-// Intervals the histogram looks at: a stride through a revolution shows the
-// peak; its mean then takes every interval, for a cell time exact to far below
-// a sample over the track.
+// Intervals the estimate looks at: a stride through a revolution shows the
+// peak and gives the cell time to a fraction of a percent. (A flux reader
+// makes it exact from the cells its clock counts over a revolution.)
 constexpr size_t kSample = 4096;
 // A peak counts when it holds at least this share of the highest one.
 constexpr int kPeakShare = 4;
@@ -80,14 +80,13 @@ uint64_t FluxCellTime(const uint32_t* intervals, size_t n, double clockHz) {
         }
     }
     if (!count) return 0;
-    // Then every interval of two to four cells at that cell time counts, each
-    // by its cells: exact to far below a sample over the track, and not pulled
-    // by the rounding of a single peak.
+    // Then every sampled interval of two to four cells at that cell time
+    // counts, each by its cells: not pulled by the rounding of a single peak.
     // Cells an interval spans: v x inverse / 2^32, rounded (2 x count
     // intervals of two cells span sum clock units).
     const uint64_t inverse = ((uint64_t{2} * count) << 32) / sum;
     uint64_t time = 0, cells = 0;
-    for (size_t i = 0; i < n; i++) {
+    for (size_t i = 0; i < n; i += stride) {
         const uint64_t v = intervals[i];
         const uint64_t k = (v * inverse + (uint64_t{1} << 31)) >> 32;
         const uint64_t take = k - 2 <= 2 ? ~uint64_t{0} : 0;  // two to four cells

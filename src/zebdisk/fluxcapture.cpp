@@ -77,15 +77,14 @@ bool FluxCapture::AddTrack(int cylinder, int head, const std::vector<FluxRevolut
     for (const FluxRevolution& r : used)
         if (!richest || r.count > richest->count) richest = &r;
     if (!richest) return true;
-    const uint64_t cellTime = FluxCellTime(richest->intervals, richest->count, clockHz);
-    if (cellTime == 0) return true;  // no cells to be seen: an unformatted track
+    const uint64_t estimate = FluxCellTime(richest->intervals, richest->count, clockHz);
+    if (estimate == 0) return true;  // no cells to be seen: an unformatted track
 
     for (const FluxRevolution& r : used) {
-        if (FluxRawLength(r.length, cellTime) > kMaxSamples) {
+        if (FluxRawLength(r.length, estimate) > kMaxSamples) {
             *why = "a revolution is longer than any track";
             return false;
         }
-        if (r.whole) out.votes[NearestNominal((r.length << kCellTimeShift) / cellTime)]++;
     }
     // The revolutions are read from the first of a usual length: an index
     // pulse the drive missed or doubled makes one far longer or shorter.
@@ -95,13 +94,30 @@ bool FluxCapture::AddTrack(int cylinder, int head, const std::vector<FluxRevolut
     const uint64_t median = lengths[lengths.size() / 2];
     size_t from = 0;
     while (from < used.size() &&
-           (FluxRawLength(used[from].length, cellTime) == 0 ||
+           (FluxRawLength(used[from].length, estimate) == 0 ||
             used[from].length < median - median / 50 || used[from].length > median + median / 50))
         from++;
     if (from == used.size()) return true;
+    const FluxRevolution& kept = used[from];
+
+    VTrack t;
+    if (!ReadFluxTrack(used.data() + from, used.size() - from, estimate, &out.cells, &t))
+        return true;
+
+    // The cells the clock counted from index to index give the cell time
+    // exactly, where the estimate only saw a sample of the flux.
+    uint64_t cellTime = estimate;
+    if (out.cells.bits > 0) {
+        const uint64_t counted =
+            (kept.length << kCellTimeShift) / static_cast<uint64_t>(out.cells.bits);
+        if (counted > estimate - estimate / 32 && counted < estimate + estimate / 32 &&
+            FluxRawLength(kept.length, counted) <= kMaxSamples)
+            cellTime = counted;
+    }
+    for (const FluxRevolution& r : used)
+        if (r.whole) out.votes[NearestNominal((r.length << kCellTimeShift) / cellTime)]++;
 
     // A RAW disk keeps that revolution resampled, from index to index.
-    const FluxRevolution& kept = used[from];
     const uint64_t samples = FluxRawLength(kept.length, cellTime);
     out.record = TrackRecord(kRecordHeader + static_cast<size_t>((samples + 7) / 8));
     if (Flux2Raw(kept.intervals, kept.count, kept.length, cellTime,
@@ -109,9 +125,6 @@ bool FluxCapture::AddTrack(int cylinder, int head, const std::vector<FluxRevolut
         return true;
     out.samples = static_cast<int>(samples);
 
-    VTrack t;
-    if (!ReadFluxTrack(used.data() + from, used.size() - from, cellTime, &out.cells, &t))
-        return true;
     // The cells are all a sector export needs: the decoder's copy goes back
     // to the allocator at once.
     delete[] t.encData;
