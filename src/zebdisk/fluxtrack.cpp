@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <climits>
 #include <cstdlib>
+#include <cstring>
 
 #include "signal/bitstream.h"
 #include "signal/cellclock.h"
@@ -41,8 +42,12 @@ std::vector<uint8_t> Zeroed(int64_t cells) {
 }
 
 void ClearBits(uint8_t* b, int64_t from, int64_t to) {
-    for (int64_t i = from; i < to; i++)
-        b[i >> 3] = static_cast<uint8_t>(b[i >> 3] & ~(0x80 >> (i & 7)));
+    if (from >= to) return;
+    for (; from < to && (from & 7); from++)
+        b[from >> 3] = static_cast<uint8_t>(b[from >> 3] & ~(0x80 >> (from & 7)));
+    if (to - from >= 8) std::memset(b + (from >> 3), 0, static_cast<size_t>((to - from) >> 3));
+    for (from += (to - from) & ~int64_t{7}; from < to; from++)
+        b[from >> 3] = static_cast<uint8_t>(b[from >> 3] & ~(0x80 >> (from & 7)));
 }
 
 // Copies n bits of the circular stream src (length srcLen) from srcAt into the
