@@ -333,6 +333,14 @@ bool SplitStreamName(const char* fname, std::string* prefix) {
     return true;
 }
 
+// What a worker reuses from one stream file to the next.
+struct WorkerBuffers {
+    std::vector<uint8_t> bytes;
+    Stream stream;
+    std::vector<FluxRevolution> revs;
+};
+thread_local WorkerBuffers t_buffers;
+
 // A kind of trouble met in the set: how often, and the first track it hit.
 struct Tally {
     int count = 0, c = 0, h = 0;
@@ -374,49 +382,50 @@ bool ZEBDisk::ImportKryoFlux(const Filepath& path) {
         }
     }
 
-    // A few files are read at a time, in order, then parsed, resampled and
-    // decoded side by side: each job touches only its own track.
+    // The files are read, parsed and their tracks read side by side on the
+    // pool, each job touching only its own side; what each found is gathered
+    // in track order afterwards.
     struct Job {
-        std::vector<uint8_t> bytes;
-        Stream stream;
-        std::vector<FluxRevolution> revs;
+        bool read = true, tooLarge = false, ok = true;
+        bool cut = false, ended = false, posMismatch = false;
+        uint32_t result = 0;
         std::string why;
-        bool ok = true;
     };
-    constexpr size_t kBatch = 4;
-    std::vector<Job> jobs(kBatch);
+    std::vector<Job> jobs(sides.size());
     FluxCapture capture;
+    trackpool::ForEach(static_cast<int>(sides.size()), 0, [&](int j) {
+        Job& job = jobs[static_cast<size_t>(j)];
+        const Side& side = sides[static_cast<size_t>(j)];
+        WorkerBuffers& w = t_buffers;
+        if (!ReadWhole(std::string(path.dir) + side.base, w.bytes, &job.tooLarge)) {
+            job.read = false;
+            return;
+        }
+        Parse(w.bytes, w.stream);
+        Revolutions(w.stream, w.revs);
+        job.ok = capture.AddTrack(side.c, side.h, w.revs, w.stream.sampleClock, &job.why);
+        job.cut = w.stream.cut, job.ended = w.stream.ended;
+        job.posMismatch = w.stream.posMismatch, job.result = w.stream.result;
+    });
+    t_buffers = WorkerBuffers();  // the calling thread's; the pool's went with their threads
+
     int found = 0, first = -1, last = -1;
     Tally cutShort, readErrors, lost;
     bool sideUsed[2] = {};
-    for (size_t from = 0; from < sides.size(); from += kBatch) {
-        const size_t n = std::min(kBatch, sides.size() - from);
-        for (size_t j = 0; j < n; j++) {
-            bool tooLarge;
-            const Side& side = sides[from + j];
-            if (!ReadWhole(std::string(path.dir) + side.base, jobs[j].bytes, &tooLarge))
-                return report.Fail(
-                    side.base + (tooLarge ? ": too large for a stream file" : ": cannot be read"));
-        }
-        trackpool::ForEach(static_cast<int>(n), 0, [&](int j) {
-            Job& job = jobs[static_cast<size_t>(j)];
-            const Side& side = sides[from + static_cast<size_t>(j)];
-            Parse(job.bytes, job.stream);
-            Revolutions(job.stream, job.revs);
-            job.ok = capture.AddTrack(side.c, side.h, job.revs, job.stream.sampleClock, &job.why);
-        });
-        for (size_t j = 0; j < n; j++) {
-            const Stream& st = jobs[j].stream;
-            const Side& side = sides[from + j];
-            if (!jobs[j].ok) return report.Fail(side.base + ": " + jobs[j].why);
-            if (st.cut || !st.ended) cutShort.Add(side.c, side.h);
-            if (st.result != 0) readErrors.Add(side.c, side.h);
-            if (st.posMismatch) lost.Add(side.c, side.h);
-            found++;
-            sideUsed[side.h] = true;
-            if (first < 0) first = side.c;
-            last = side.c;
-        }
+    for (size_t j = 0; j < sides.size(); j++) {
+        const Job& job = jobs[j];
+        const Side& side = sides[j];
+        if (!job.read)
+            return report.Fail(
+                side.base + (job.tooLarge ? ": too large for a stream file" : ": cannot be read"));
+        if (!job.ok) return report.Fail(side.base + ": " + job.why);
+        if (job.cut || !job.ended) cutShort.Add(side.c, side.h);
+        if (job.result != 0) readErrors.Add(side.c, side.h);
+        if (job.posMismatch) lost.Add(side.c, side.h);
+        found++;
+        sideUsed[side.h] = true;
+        if (first < 0) first = side.c;
+        last = side.c;
     }
     if (found == 0) return report.Fail(shortName + ": no stream file of the set can be read");
 

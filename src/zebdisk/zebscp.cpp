@@ -56,6 +56,14 @@ constexpr uint32_t kMaxFlux = 1 << 20;
 // Bytes the checksum sums a job.
 constexpr size_t kSumChunk = size_t{4} << 20;
 
+// What a worker reuses from one track to the next: the track's bytes and
+// the intervals of each revolution.
+struct WorkerBuffers {
+    std::vector<uint8_t> bytes;
+    std::vector<std::vector<uint32_t>> held;
+};
+thread_local WorkerBuffers t_buffers;
+
 // The sum of n bytes, eight at a time: four 16-bit lanes take the even and
 // the odd bytes of each word, and are added up before they can overflow.
 uint32_t ByteSum(const uint8_t* p, size_t n) {
@@ -184,8 +192,8 @@ bool ZEBDisk::ImportSCP(const Filepath& path) {
     std::vector<uint8_t> unread(chunks);
     FluxCapture capture;
     trackpool::ForEach(static_cast<int>(jobs.size() + chunks), 0, [&](int i) {
-        thread_local std::vector<uint8_t> bytes;
-        thread_local std::vector<std::vector<uint32_t>> held;
+        std::vector<uint8_t>& bytes = t_buffers.bytes;
+        std::vector<std::vector<uint32_t>>& held = t_buffers.held;
         if (static_cast<size_t>(i) >= jobs.size()) {
             const size_t k = static_cast<size_t>(i) - jobs.size();
             const size_t n = std::min(kSumChunk, summed - k * kSumChunk);
@@ -222,6 +230,7 @@ bool ZEBDisk::ImportSCP(const Filepath& path) {
         job.ok = capture.AddTrack(static_cast<int>(job.t / 2), static_cast<int>(job.t % 2), flux,
                                   clockHz, &job.why);
     });
+    t_buffers = WorkerBuffers();  // the calling thread's; the pool's went with their threads
 
     if (std::find(unread.begin(), unread.end(), 1) != unread.end()) return fail("cannot be read");
     uint32_t sum = 0;
