@@ -20,4 +20,9 @@ find_program(ZEBKIT_QEMU ${ZEBKIT_QEMU_NAME} NO_CMAKE_FIND_ROOT_PATH)
 if(NOT ZEBKIT_QEMU)
   set(ZEBKIT_QEMU ${ZEBKIT_QEMU_NAME})
 endif()
-set(CMAKE_CROSSCOMPILING_EMULATOR ${ZEBKIT_QEMU} -L /usr/${ZEBKIT_TARGET_TRIPLE})
+# The multiarch zlib package brings the target's own C library into
+# /lib/<triple>, which the loader would otherwise take before the sysroot's:
+# a C library that does not match the sysroot's loader hangs the programs. The
+# sysroot's libraries come first, then the multiarch ones for zlib.
+set(CMAKE_CROSSCOMPILING_EMULATOR ${ZEBKIT_QEMU} -L /usr/${ZEBKIT_TARGET_TRIPLE}
+    -E LD_LIBRARY_PATH=/usr/${ZEBKIT_TARGET_TRIPLE}/lib:/lib/${ZEBKIT_TARGET_TRIPLE})
