@@ -65,6 +65,9 @@ std::vector<std::vector<uint64_t>> Cells(const Bytes& f, const ZEBDisk& z) {
 struct Disk {
     int type, count, n, mfm;
     const char* code;  // form factor and variant written
+    friend void PrintTo(const Disk& d, std::ostream* os) {
+        *os << (d.mfm ? "MFM " : "FM ") << d.count << " x " << (128 << d.n) << ", " << d.code;
+    }
 };
 // Two cylinders of the disk's sectors, as a D88 file read into z (two cylinders of
 // 2DD sectors read as a 2D disk).
