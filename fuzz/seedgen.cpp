@@ -311,9 +311,9 @@ void FluxSeeds() {
     // The same flux straight to the cell clock: two revolutions at 80 units a
     // cell (prefix 0x25), then timed shorter than their flux (0xA5).
     Bytes intervals;
-    for (uint32_t v : scpFlux) {
-        intervals.push_back(static_cast<uint8_t>(v >> 8));
-        intervals.push_back(static_cast<uint8_t>(v));
+    for (uint32_t interval : scpFlux) {
+        intervals.push_back(static_cast<uint8_t>(interval >> 8));
+        intervals.push_back(static_cast<uint8_t>(interval));
     }
     Put("flux_track", "mfm-two-revolutions", intervals, 0x25);
     Put("flux_track", "mfm-timed-short", intervals, 0xA5);
