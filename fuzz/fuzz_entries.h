@@ -26,7 +26,6 @@
 #include "track/vtrack.h"
 #include "vdisk/vdisk.h"
 #include "zebdisk/fluxtrack.h"
-#include "zebdisk/revmerge.h"
 #include "zebdisk/zebdisk.h"
 
 namespace zebfuzz {
@@ -245,22 +244,19 @@ inline void Convert(const uint8_t* data, size_t size) {
     }
 }
 
-// Reads every byte of the other revolutions a flux import kept, and mends the
-// first captured track from them as a sector-image export would.
+// Reads every byte of the cells a flux import read each track into, and
+// decodes the first captured track from them as an export would.
 inline void TouchFlux(ZEBDisk& d) {
     sink = sink + TouchZeb(d);
-    bool merged = false;
+    bool decoded = false;
     for (int slot = 0; slot < ZEBDisk::kSlots; slot++) {
-        for (const CellRevolution& r : d.spareRevolutions[slot]) {
-            if (r.bits < 0 || (static_cast<size_t>(r.bits) + 7) / 8 > r.cells.size()) std::abort();
-            for (uint8_t b : r.cells) sink = sink + b;
-        }
-        if (merged || d.spareRevolutions[slot].empty()) continue;
-        VTrack t;
-        t.Decode(1, d.GetTrackData(slot / 2, slot % 2), d.GetTrackLen(slot / 2, slot % 2), 0);
-        MergeRevolutions(t, d.spareRevolutions[slot], 0);
-        sink = sink + TouchTrack(&t);
-        merged = true;
+        const CellRevolution& r = d.fluxCells[slot];
+        if (r.cells.empty()) continue;  // none read, or a blank track
+        if (r.bits < 0 || (static_cast<size_t>(r.bits) + 7) / 8 > r.cells.size()) std::abort();
+        for (uint8_t b : r.cells) sink = sink + b;
+        if (decoded) continue;
+        sink = sink + TouchTrack(d.Analyze(slot / 2, slot % 2, 0).get());
+        decoded = true;
     }
 }
 

@@ -10,7 +10,6 @@
 #include "fileio/fieldio.h"
 #include "vdisk/vdisk.h"
 #include "zebdisk/properties.h"
-#include "zebdisk/revmerge.h"
 #include "zebdisk/trackpool.h"
 #include "zebdisk/zebdisk.h"
 
@@ -195,7 +194,6 @@ bool ZEBDisk::Export(const Filepath& path, int mode) {
     ForEachTrack(*this, vdisk, cylinders, heads, [&](int c, int h, VTrack& t, uint8_t* data) {
         const int bits = BitsWithin(GetTrackLen(c, h), RecordDataSize(c * 2 + h));
         t.Decode(0, data, bits, mode);
-        MergeRevolutions(t, spareRevolutions[c * 2 + h], mode);
         // The writers need the sectors only: the cell buffer goes back to the
         // allocator at once, for the worker's next track to reuse.
         delete[] t.encData;

@@ -69,7 +69,6 @@ void RebuildRecords(ZEBDisk& disk, int cylinders, int size, Convert convert) {
 bool ZEBDisk::ConvertRaw() {
     if (!initialized || Type() == ZEB_RAW) return false;
     // Cells of other revolutions say nothing about a signal made from cells.
-    for (auto& revs : spareRevolutions) std::vector<CellRevolution>().swap(revs);
     for (auto& c : fluxCells) c = CellRevolution();
     const int64_t r = Rate();
     const int64_t rpm = Rpm();

@@ -84,7 +84,6 @@ ZEBDisk::~ZEBDisk() = default;
 
 void ZEBDisk::Cleanup() {
     for (auto& t : track) t = TrackRecord();
-    for (auto& r : spareRevolutions) std::vector<CellRevolution>().swap(r);
     for (auto& r : fluxCells) r = CellRevolution();
     initialized = 0;
     readOnly = 0;
@@ -94,7 +93,6 @@ void ZEBDisk::Cleanup() {
 
 bool ZEBDisk::Init(int type, int rate, int rpm, int raw) {
     if (initialized) Cleanup();
-    for (auto& r : spareRevolutions) std::vector<CellRevolution>().swap(r);
     for (auto& r : fluxCells) r = CellRevolution();
 
     std::memset(header + 16, 0, sizeof(header) - 16);

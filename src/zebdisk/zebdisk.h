@@ -116,16 +116,13 @@ public:
     uint8_t header[zebhdr::kSize];
     TrackRecord track[kSlots];  // empty record = empty slot
     int32_t updated[kSlots];
-    // The other revolutions of each captured slot, as cells: a sector-image
-    // export takes a sector from them that the kept revolution reads bad.
-    // Cleared by Cleanup, Init, Load and ConvertRaw; Save ignores them.
-    std::vector<CellRevolution> spareRevolutions[kSlots];
     // The cells a captured slot was read into straight from its flux, with
     // every sector any revolution reads good, starting in a gap so that none
     // crosses the stream's end: ConvertEnc, Export and Analyze take them
     // instead of separating the raw track again (with an index offset of 0,
-    // which a later load would turn the stream by). Cleared like the
-    // spare revolutions, and by the conversion that takes them. A length
+    // which a later load would turn the stream by). Cleared by Cleanup, Init,
+    // Load and ConvertRaw, and by the conversion that takes them; Save ignores
+    // them. A length
     // without cells stands for a blank track.
     CellRevolution fluxCells[kSlots];
     // What the last load, import, conversion, save or export dropped, or why it

@@ -438,7 +438,7 @@ bool ZEBDisk::ExportMFI(const Filepath& path) {
     hdr.Bytes(mfihdr::kFormFactor, formFactor, 4);
     hdr.Bytes(mfihdr::kVariant, variant.data(), 4);
     uint64_t offset = tableEnd;
-    Tally cut, spares;
+    Tally cut;
     for (int i = 0; i < count; i++) {
         const Out& o = outs[static_cast<size_t>(i)];
         const size_t e = mfihdr::kSize + static_cast<size_t>(i) * mfitrk::kEntrySize;
@@ -449,8 +449,6 @@ bool ZEBDisk::ExportMFI(const Filepath& path) {
             offset += o.bytes.size();
         }
         if (o.cut) cut.Add(i / heads, i % heads);
-        if (!spareRevolutions[(i / heads) * 2 + i % heads].empty())
-            spares.Add(i / heads, i % heads);
     }
     if (offset > UINT32_MAX)
         return report.Fail(FileReason(path, "the tracks need more than 4 GiB"));
@@ -465,9 +463,5 @@ bool ZEBDisk::ExportMFI(const Filepath& path) {
         report.Warn(cut.Say("track holds more transitions than an MFI track takes and was",
                             "tracks hold more transitions than an MFI track takes and were",
                             " cut"));
-    if (spares.count)
-        report.Warn(spares.Say("track keeps one of its captured revolutions",
-                               "tracks keep one of their captured revolutions",
-                               ": an MFI track holds one"));
     return true;
 }
