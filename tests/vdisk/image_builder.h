@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <fstream>
 #include <iterator>
@@ -88,6 +89,18 @@ inline Bytes DimImage(int media, std::vector<int> present) {
         for (int i = 0; i < (media == 17 && !t ? 26 * 128 : size[media]); i++)
             b.push_back(static_cast<uint8_t>(i * 13 + t + (i >> 8)));
     return b;
+}
+
+// Every sector's data in track order, each track's sectors by R: a plain image's contents.
+inline Bytes Flat(const VDisk& d) {
+    Bytes out;
+    for (int t = 0; t < 2 * d.cylinders; t++) {
+        std::vector<const VSector*> s;
+        for (const VSector* x = d.Track(t / 2, t % 2)->sectors; x; x = x->next) s.push_back(x);
+        std::sort(s.begin(), s.end(), [](auto a, auto b) { return a->idR < b->idR; });
+        for (const VSector* x : s) out.insert(out.end(), x->data, x->data + x->length);
+    }
+    return out;
 }
 
 // The first sector difference between two disks, or "" (a null slot is an empty track).

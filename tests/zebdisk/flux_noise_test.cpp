@@ -1,8 +1,7 @@
-// Flux captures under noise, with the index anywhere in a track, and a real
-// capture whose last sectors cross the index: every sector must come back
-// good, and only once.
+// Flux captures under noise, with the index anywhere in a track or inside its last sector, the
+// cells kept in every track-level form, sectors spoilt in some revolutions, and a real capture
+// whose last sectors cross the index: every sector must come back good, and only once.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cmath>
 #include <string>
@@ -14,8 +13,8 @@
 
 namespace {
 
+using namespace fluxtest;
 using noisecapture::Geometry;
-using noisecapture::kNoiseDisks;
 
 // The noise model itself, on a track of one transition every four cells:
 // every revolution as long as the track's own speed makes it, the intervals
@@ -27,9 +26,9 @@ TEST(NoisyFlux, RevolutionsAndIntervalsFollowTheModel) {
     for (auto [sigma, wobble, offset] :
          {std::tuple{0.0, 0.0, 0.0}, std::tuple{0.05, 0.0, 0.01}, std::tuple{0.0, 0.015, 0.0},
           std::tuple{0.1, 0.015, 0.01}}) {
-        fluxsynth::Noise n;
+        Noise n;
         n.sigma = sigma, n.wobble = wobble, n.offset = offset, n.revolutions = 3;
-        const fluxsynth::Flux f = fluxsynth::NoisyFlux(cells.data(), kBits, n);
+        const Flux f = NoisyFlux(cells.data(), kBits, n);
         ASSERT_EQ(f.index.size(), 4u);
         const double rev = double(f.index[1] - f.index[0]);
         // Time is the integral of 1 / speed: 1 / sqrt(1 - wobble^2) over a turn.
@@ -37,16 +36,15 @@ TEST(NoisyFlux, RevolutionsAndIntervalsFollowTheModel) {
         EXPECT_NEAR(rev, nominal, nominal * offset + 1) << sigma;
         EXPECT_NEAR(double(f.index[3] - f.index[2]), rev, 2) << sigma;
         double sum = 0, sq = 0;
-        int count = 0;
         for (size_t i = 1; i < f.times.size(); i++) {
             const double v = double(f.times[i] - f.times[i - 1]) / (rev / kBits);
-            sum += v, sq += v * v, count++;
+            sum += v, sq += v * v;
         }
-        const double mean = sum / count, sd = std::sqrt(sq / count - mean * mean);
+        const double count = double(f.times.size() - 1), mean = sum / count;
         EXPECT_NEAR(mean, 4, 0.001) << sigma;
         // Two displaced ends an interval, and 4 x wobble x sin over the turn.
         const double want = std::sqrt(2 * sigma * sigma + 8 * wobble * wobble);
-        EXPECT_NEAR(sd, want, 0.05 * want + 0.02) << sigma;
+        EXPECT_NEAR(std::sqrt(sq / count - mean * mean), want, 0.05 * want + 0.02) << sigma;
     }
 }
 
@@ -54,9 +52,9 @@ TEST(NoisyFlux, RevolutionsAndIntervalsFollowTheModel) {
 TEST(NoisyFlux, IndexLiesAtTheGivenCell) {
     std::vector<uint8_t> cells(10000 / 8);
     cells[1000 / 8] = 0x80;  // one transition, at cell 1000
-    fluxsynth::Noise n;
+    Noise n;
     n.wobble = 0, n.offset = 0, n.indexCell = 600, n.revolutions = 3;
-    const fluxsynth::Flux f = fluxsynth::NoisyFlux(cells.data(), 10000, n);
+    const Flux f = NoisyFlux(cells.data(), 10000, n);
     std::vector<double> after;
     for (size_t r = 0; r < 3; r++)
         for (uint64_t t : f.times)
@@ -65,86 +63,109 @@ TEST(NoisyFlux, IndexLiesAtTheGivenCell) {
     for (double cellsAfter : after) EXPECT_NEAR(cellsAfter, 400.5, 0.02);
 }
 
-struct NoiseCase {
-    const Geometry* disk;
+// Where the index falls: anywhere, or inside the last sector of every track, its ID field
+// before the index and its data after it, the seam in gap 2, in the data or in the data CRC.
+enum Seam { kAnywhere, kGap2, kData, kCrc };
+struct CaptureCase {
+    std::string name;
+    Geometry disk;
     double sigma;
-    friend void PrintTo(const NoiseCase& c, std::ostream* os) {
-        *os << c.disk->name << " sigma " << c.sigma;
-    }
+    Seam seam = kAnywhere;
+    bool kryoflux = false;
+    std::string via = "";  // ".zeb" or ".hfe": the cells go through that file and back first
+    uint32_t seed = 1;
+    friend void PrintTo(const CaptureCase& c, std::ostream* os) { *os << c.name; }
 };
 
-class NoiseRecovery : public testing::TestWithParam<NoiseCase> {};
+class NoisyCapture : public testing::TestWithParam<CaptureCase> {};
 
-TEST_P(NoiseRecovery, EverySectorComesBack) {
-    const auto [disk, sigma] = GetParam();
-    fluxsynth::Noise n;
-    n.sigma = sigma;
-    n.seed = static_cast<uint32_t>(sigma * 1000);
-    const auto r = noisecapture::Recover(
-        *disk, n, fluxtest::Scratch("noise_" + std::string(disk->name) + std::to_string(n.seed)));
-    EXPECT_EQ(r.sectors, disk->cylinders * disk->heads * disk->sectors);
-    EXPECT_EQ(r.good, r.sectors);
-    EXPECT_EQ(r.twice, 0);
+TEST_P(NoisyCapture, EverySectorComesBackOnce) {
+    const CaptureCase& p = GetParam();
+    const std::string dir = Scratch("capture_" + p.name), mid = dir + "/mid" + p.via;
+    Noise n;
+    n.sigma = p.sigma, n.seed = p.seed;
+    if (p.seam != kAnywhere) {
+        const auto at = noisecapture::LastSector(p.disk, dir);
+        ASSERT_GE(at.id, 0);
+        const int cpb = p.disk.mfm ? 16 : 32;
+        n.indexCell = p.seam == kGap2   ? at.gap2 + 5 * cpb
+                      : p.seam == kData ? (at.data + at.crc) / 2
+                                        : at.crc + cpb / 2 + 3;
+    }
+    VDisk source;
+    const std::string capture = noisecapture::WriteCapture(p.disk, n, dir, p.kryoflux, source);
+    ZEBDisk z;
+    ASSERT_TRUE(z.Import(PathOf(capture), 1)) << z.report.error;
+    ASSERT_TRUE(p.via == ".zeb" ? z.ConvertEnc() && z.Save(PathOf(mid), 1) && z.Load(PathOf(mid), 0)
+                : p.via == ".hfe" ? z.Export(PathOf(mid), 0) && z.Import(PathOf(mid), 1)
+                                  : true);
+    ASSERT_TRUE(z.Export(PathOf(dir + "/out.d88"), 0));
+    const auto r = noisecapture::Compare(source, p.disk.cylinders, p.disk.heads, dir + "/out.d88");
+    const int all = p.disk.cylinders * p.disk.heads * p.disk.sectors;
+    EXPECT_EQ(std::tuple(r.sectors, r.good, r.twice), std::tuple(all, all, 0));
 }
 
-std::vector<NoiseCase> NoiseCases() {
-    std::vector<NoiseCase> v;
-    for (const Geometry& g : kNoiseDisks)
-        for (double sigma : {0.03, 0.05, 0.07, 0.09}) v.push_back({&g, sigma});
+constexpr Geometry kMfm{"Mfm", 2, 2, 8, 3, true, 500, 360}, kFm{"Fm", 2, 2, 16, 0, false, 250, 300},
+    k2D{"Mfm2D", 2, 2, 16, 1, true, 250, 300};
+
+std::vector<CaptureCase> CaptureCases() {
+    // clang-format off
+    std::vector<CaptureCase> v = {
+        {"SeamMfmGap2", kMfm, 0.0, kGap2},
+        {"SeamMfmData", kMfm, 0.0, kData},
+        {"SeamMfmCrcNoisy", kMfm, 0.03, kCrc},
+        {"SeamMfmDataKryoFlux", kMfm, 0.03, kData, true},
+        {"SeamFmGap2Noisy", kFm, 0.03, kGap2},
+        {"SeamFmData", kFm, 0.0, kData},
+        {"SeamFmCrcKryoFlux", kFm, 0.0, kCrc, true},
+        {"SeamInD88", k2D, 0.05, kData},
+        {"SeamThroughZeb", k2D, 0.05, kData, false, ".zeb"},
+        {"SeamThroughHfe", k2D, 0.05, kData, false, ".hfe"},
+    };
+    // clang-format on
+    for (const Geometry& g : noisecapture::kNoiseDisks)
+        for (double sigma : {0.03, 0.05, 0.07, 0.09})
+            v.push_back({std::string(g.name) + "_Sigma" + std::to_string(int(sigma * 100 + 0.5)), g,
+                         sigma, kAnywhere, false, "", static_cast<uint32_t>(sigma * 1000)});
     return v;
 }
-INSTANTIATE_TEST_SUITE_P(Sigma, NoiseRecovery, testing::ValuesIn(NoiseCases()),
-                         [](const auto& row) {
-                             return std::string(row.param.disk->name) + "_" +
-                                    std::to_string(static_cast<int>(row.param.sigma * 100 + 0.5));
-                         });
+INSTANTIATE_TEST_SUITE_P(Captures, NoisyCapture, testing::ValuesIn(CaptureCases()),
+                         [](const auto& row) { return row.param.name; });
 
-// The index inside the last sector: its ID field before the index, its data
-// after it, the seam in gap 2, in the data or in the data CRC.
-enum Seam { kGap2, kData, kCrc };
-struct SeamCase {
-    const char* name;
-    Geometry disk;
-    Seam seam;
-    double sigma;
-    bool kryoflux = false;
-    friend void PrintTo(const SeamCase& c, std::ostream* os) { *os << c.name; }
-};
-
-class IndexSeam : public testing::TestWithParam<SeamCase> {};
-
-TEST_P(IndexSeam, LastSectorAcrossTheIndexComesBackOnce) {
-    const SeamCase& p = GetParam();
-    const std::string dir = fluxtest::Scratch(std::string("seam_") + p.name);
-    const auto at = noisecapture::LastSector(p.disk, dir);
-    ASSERT_GE(at.id, 0);
-    const int cpb = p.disk.mfm ? 16 : 32;
-    fluxsynth::Noise n;
-    n.sigma = p.sigma;
-    n.indexCell = p.seam == kGap2   ? at.gap2 + 5 * cpb
-                  : p.seam == kData ? (at.data + at.crc) / 2
-                                    : at.crc + cpb / 2 + 3;
-    const auto r = noisecapture::Recover(p.disk, n, dir, p.kryoflux);
-    EXPECT_EQ(r.sectors, p.disk.cylinders * p.disk.heads * p.disk.sectors);
-    EXPECT_EQ(r.good, r.sectors);
-    EXPECT_EQ(r.twice, 0);
+// Sector R 3 of every track spoilt in the given revolutions of two: good from either, and a
+// sector bad in both counted once.
+TEST(SpoiltRevolutions, GoodFromAnyRevolutionLossesCounted) {
+    const struct {
+        const char* name;
+        std::vector<std::pair<int, int>> damage;  // {revolution, R}
+        int good;
+        std::vector<std::string> warnings;
+    } cases[] = {
+        // clang-format off
+        {"first", {{0, 3}}, 18, {}},
+        {"second", {{1, 3}}, 18, {}},
+        {"both", {{0, 3}, {1, 3}}, 16, {"2 of 18 sectors read bad in every revolution (first: track 0.0, R 3)"}},
+        // clang-format on
+    };
+    VDisk v;
+    v.Init(VDISK_2DD, 2, 1);
+    for (int c = 0; c < 2; c++) AddTrack(v, c, 0, 1, 9, 2);
+    Shape s;
+    s.revolutions = 2, s.jitter = 0.05, s.clockHz = 40e6;
+    for (const auto& k : cases) {
+        SCOPED_TRACE(k.name);
+        const std::string base = Scratch(std::string("spoilt_") + k.name);
+        const auto tracks = Capture(v, base + ".src.d88", s, k.damage);
+        ASSERT_EQ(tracks.size(), 2u);
+        Spit(base + ".scp", MakeScp(tracks, 1));
+        ZEBDisk z;
+        ASSERT_TRUE(z.Import(PathOf(base + ".scp"), 1));
+        EXPECT_EQ(z.report.warnings, k.warnings);
+        ASSERT_TRUE(z.Export(PathOf(base + ".d88"), 0));
+        const auto r = noisecapture::Compare(v, 2, 1, base + ".d88");
+        EXPECT_EQ(std::tuple(r.sectors, r.good, r.twice), std::tuple(18, k.good, 0));
+    }
 }
-
-constexpr Geometry kMfm{"Mfm", 2, 2, 8, 3, true, 500, 360};
-constexpr Geometry kFm{"Fm", 2, 2, 16, 0, false, 250, 300};
-// clang-format off
-const SeamCase kSeams[] = {
-    {"MfmGap2", kMfm, kGap2, 0.0},
-    {"MfmData", kMfm, kData, 0.0},
-    {"MfmCrcNoisy", kMfm, kCrc, 0.03},
-    {"MfmDataKryoFlux", kMfm, kData, 0.03, true},
-    {"FmGap2Noisy", kFm, kGap2, 0.03},
-    {"FmData", kFm, kData, 0.0},
-    {"FmCrc", kFm, kCrc, 0.0, true},
-};
-// clang-format on
-INSTANTIATE_TEST_SUITE_P(Captures, IndexSeam, testing::ValuesIn(kSeams),
-                         [](const auto& row) { return std::string(row.param.name); });
 
 // A real Atari single-density capture, written in a slower drive: the last
 // sector of many tracks crosses the index. The sector image made from the same
@@ -153,14 +174,13 @@ INSTANTIATE_TEST_SUITE_P(Captures, IndexSeam, testing::ValuesIn(kSeams),
 // other 718 must come back, each once.
 TEST(RealCapture, FmScpWithSectorsAcrossTheIndex) {
     const std::string dir = std::string(ZEBKIT_REALIMAGES_DIR) + "/flux/";
-    const std::string scp = dir + "atari-dos3-fm-sd.scp", img = dir + "atari-dos3-fm-sd.img";
-    if (access(scp.c_str(), R_OK) != 0 || access(img.c_str(), R_OK) != 0)
+    const std::string scp = dir + "atari-dos3-fm-sd.scp", out = Scratch("real_atari.d88");
+    const Bytes want = Slurp(dir + "atari-dos3-fm-sd.img");
+    if (Slurp(scp).empty() || want.empty())
         GTEST_SKIP() << "the real flux capture is not on this machine (" << dir << ")";
-    const std::string out = fluxtest::Scratch("real_atari.d88");
     ZEBDisk z;
-    ASSERT_TRUE(z.Import(fluxtest::PathOf(scp), 1)) << z.report.error;
-    ASSERT_TRUE(z.Export(fluxtest::PathOf(out), 0));
-    const fluxtest::Bytes want = fluxtest::Slurp(img);
+    ASSERT_TRUE(z.Import(PathOf(scp), 1)) << z.report.error;
+    ASSERT_TRUE(z.Export(PathOf(out), 0));
     ASSERT_EQ(want.size(), 720u * 128);
     VDisk source;  // the image's sectors as FM sectors of 128 bytes, fillers left out
     source.Init(VDISK_2D, 40, 1);
