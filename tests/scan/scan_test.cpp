@@ -26,10 +26,9 @@ ToolRun Zebscan(const std::string& args, const std::string& tag) {
 }
 
 dectest::SectorLayout Layout(bool mfm, int c, int h, int r, int n) {
-    dectest::SectorLayout s{.mfm = mfm, .data = dectest::Pattern(128 << n, r)};
-    s.c = static_cast<uint8_t>(c), s.h = static_cast<uint8_t>(h), s.r = static_cast<uint8_t>(r);
-    s.n = static_cast<uint8_t>(n), s.gap2 = mfm ? 22 : 11, s.gap3 = mfm ? 54 : 27;
-    return s;
+    return {mfm,           uint8_t(c),   uint8_t(h),
+            uint8_t(r),    uint8_t(n),   dectest::Pattern(128 << n, r),
+            mfm ? 22 : 11, mfm ? 54 : 27};
 }
 
 // Sectors after an index mark (none when rotate >= 0, the stream then turned
@@ -108,23 +107,20 @@ TEST_F(Scan, ExitStatusesAndWarnings) {
     for (int r = 1; r <= 4; r++)  // a 2D track holds one 4096-byte sector
         v.Track(0, 0)->AddSector(MakeFormattedSector(1, 0, 0, r, 5, data.data(), 4096, 0));
     ASSERT_EQ(v.Export(PathOf("scan_long.d88")), 1);
+    // clang-format off
     for (const auto& [args, status, err] : {
              std::tuple{"", 22, "Usage: "},
              {"--bogus scan_defects.zeb", 22, "Error : unknown option --bogus"},
              {"-n 33 scan_defects.zeb", 22, "Error : disk number must be 1..32: 33 (see "},
-             {"--tracks 5-2 scan_defects.zeb", 22,
-              "Error : tracks must be C or C0-C1 within 0..83: 5-2"},
+             {"--tracks 5-2 scan_defects.zeb", 22, "Error : tracks must be C or C0-C1 within 0..83: 5-2"},
              {"scan_missing.d88", 2, "Error : scan_missing.d88: No such file or directory\n"},
-             {"scan_junk.d88", 2,
-              "Error : scan_junk.d88: unknown media byte 0x5A (0x00, 0x10 and 0x20 are read)\n"},
-             {"--map scan_nodir/map.svg scan_defects.zeb", 14,
-              "Error : cannot create scan_nodir/map.svg: No such file or directory\n"},
+             {"scan_junk.d88", 2, "Error : scan_junk.d88: unknown media byte 0x5A (0x00, 0x10 and 0x20 are read)\n"},
+             {"--map scan_nodir/map.svg scan_defects.zeb", 14, "Error : cannot create scan_nodir/map.svg: No such file or directory\n"},
              {"--help", 0, ""},
              {"-a MB8877 --tracks=0 --head 1 scan_defects.zeb", 0, ""},
-             {"scan_long.d88", 0,
-              "Warning : 3 of 4 sectors do not fit their tracks and were left out (first: track "
-              "0.0, R 2)\n"},
+             {"scan_long.d88", 0, "Warning : 3 of 4 sectors do not fit their tracks and were left out (first: track 0.0, R 2)\n"},
          }) {
+        // clang-format on
         const ToolRun r = Zebscan(args, "exit");
         EXPECT_EQ(r.status, status) << args;
         EXPECT_EQ(status ? r.err.substr(0, std::string(err).size()) : r.err, err) << args;

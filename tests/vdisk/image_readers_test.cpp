@@ -111,13 +111,11 @@ const Patch kPatches[] = {
     {".d88", Size<1261568>, 7},
     {".d88", [](Bytes& b) { for (size_t i = 0; i < 164; i++) W(b).U32(0x20 + 4 * i, 688); }, 7},
     {".img", Size<36840>, 0, "track 3.1: file ends early at offset 36840 (4608 bytes wanted from offset 32256)"},
-    {".img", Size<368640>, 0, "not a plain image size (368640 bytes; the sizes that are: "
-     "1261568, 1228800, 1474560, 737280, 36840)"},
+    {".img", Size<368640>, 0, "not a plain image size (368640 bytes; the sizes that are: 1261568, 1228800, 1474560, 737280, 36840)"},
     {".img", Size<0>, 0, "empty file"},
     {".d88", Set<0x1B, 0x30>, 0, "unknown media byte 0x30 (0x00, 0x10 and 0x20 are read)"},
     {".d88", Set<688 + 4, 0>, 0, "track 0.0 at offset 688: its first sector header says 0 sectors"},
-    {".d88", [](Bytes& b) { W(b).U16(702, 16385), b.resize(b.size() + 16385); }, 0,
-     "track 0.0: sector 1 of 16385 bytes (at most 16384 are read)"},
+    {".d88", [](Bytes& b) { W(b).U16(702, 16385), b.resize(b.size() + 16385); }, 0, "track 0.0: sector 1 of 16385 bytes (at most 16384 are read)"},
     {".d88", Set32<0x24, 0x7FFFFFF0>, 0, "track 0.1: offset 2147483632 lies beyond the end (2864 bytes)"},
     {".d88", Size<-1>, 0, "track 1.1: file ends early at offset 2863 (256 bytes wanted from offset 2608)"},
     {".d88", Size<600>, 0, "file ends early at offset 600 (a disk header is 688 bytes)"},
@@ -125,8 +123,7 @@ const Patch kPatches[] = {
     {".dim", Set<0xB7, 0>, 0, "no DIM header text \"DIFC HEADER  \" at offset 0xAB"},
     {".dim", Set<0xB8, ' '>, 0, "no DIM header text \"DIFC HEADER  \" at offset 0xAB"},
     {".dim", Set<0, 4>, 0, "media byte 4 is none of 0, 1, 2, 3, 9, 17"},
-    {".fdi", [](Bytes& b) { b.push_back(0); }, 0,
-     "6145 bytes, but the header gives 6144 (4096 header + 2 x 2 x 2 x 256)"},
+    {".fdi", [](Bytes& b) { b.push_back(0); }, 0, "6145 bytes, but the header gives 6144 (4096 header + 2 x 2 x 2 x 256)"},
     {".fdi", Set<4, 0x20>, 0, "unknown media code 0x20"},
     {".fdi", Set32<0x18, 3>, 0, "3 heads (2 are read)"},
     {".fdi", Set32<0x14, 0, 4096>, 0, "0 sectors per track (1 to 255 are read)"},
@@ -136,10 +133,8 @@ const Patch kPatches[] = {
     {".fdi", Set32<0x10, 64, 4096 + 8 * 64>, 0, "sector length 64 is not a power of two from 128 to 16384"},
     {".fdd", Size<0xC3FB>, 0, "header: file ends early at offset 50171 (50172 bytes wanted from offset 0)"},
     {".fdd", Set<3, '2'>, 0, "no signature \"VFD1.\""},
-    {".fdd", Set<kF0 + 3, 7>, 0,
-     "track 0.0: 16384 bytes of sector data at offset 50172 run past the end (52220 bytes)"},
-    {".fdd", Set32<kF0 + 8, 52220 - 255>, 0,
-     "track 0.0: 256 bytes of sector data at offset 51965 run past the end (52220 bytes)"},
+    {".fdd", Set<kF0 + 3, 7>, 0, "track 0.0: 16384 bytes of sector data at offset 50172 run past the end (52220 bytes)"},
+    {".fdd", Set32<kF0 + 8, 52220 - 255>, 0, "track 0.0: 256 bytes of sector data at offset 51965 run past the end (52220 bytes)"},
     {".nfd", Size<0x10A0F>, 0, "header: file ends early at offset 68111 (68112 bytes wanted from offset 0)"},
     {".nfd", Set<13, '1'>, 0, "no signature \"T98FDDIMAGE.R0\""},
     {".nfd", Set<0x115, 1>, 0, "heads byte 1 (2 are read)"},
@@ -172,8 +167,7 @@ TEST(ImageReaders, NoImageSaysWhy) {
         {dir, "is a directory"},
         {Put("unknown.abc", Bytes(5000, 1)),
          "unknown extension \".abc\"; known: .ZEB .HFE .SCP .RAW .MFI .XDF .HDM .2HD .DUP .IMG "
-         ".2HC .2HQ .2DD .2D "
-         ".D68 .D88 .D77 .D98 .DIM .FDI .FDD .NFD .IMD .TD0"},
+         ".2HC .2HQ .2DD .2D .D68 .D88 .D77 .D98 .DIM .FDI .FDD .NFD .IMD .TD0"},
     };
     for (const auto& [file, reason] : cases) {
         VDisk d;

@@ -93,8 +93,7 @@ class MustLoad : public testing::TestWithParam<std::pair<const char*, Layout>> {
 TEST_P(MustLoad, LoadsConvertsAndSaves) {
     const Layout& z = GetParam().second;
     const bool hfe = z.version == 0, raw = z.type == ZEB_RAW;
-    const char* name = hfe ? "BLANK IMAGE" : "LOADME";
-    // Test cases may run side by side: every file of this one carries its name.
+    const char* name = hfe ? "BLANK IMAGE" : "LOADME";  // every file carries the case's name
     const std::string file = std::string("ld_") + GetParam().first + (hfe ? ".hfe" : ".zeb");
     Spit(file, Image(z));
     ZEBDisk d, e;
@@ -180,8 +179,7 @@ const std::tuple<const char*, Bytes (*)(), const char*> kRefused[] = {
     {"rf_3h.zeb", [] { return ZebWith({{76, 3}}); }, "2 cylinders x 3 heads: more tracks than 84 x 2"},
     {"rf_b15.zeb", [] { return ZebWith({{100, 15}}); }, "track block of 15 bytes cannot hold a track record"},
     {"rf_rpm.zeb", [] { return ZebWith({{84, 0}}); }, "rate 500 kbit/s at 0 rpm gives no track length that can be held"},
-    {"rf_huge.zeb", [] { return ZebWith({{80, 0x7FFFFFFF}, {84, 1}}); },
-     "rate 2147483647 kbit/s at 1 rpm gives no track length that can be held"},
+    {"rf_huge.zeb", [] { return ZebWith({{80, 0x7FFFFFFF}, {84, 1}}); }, "rate 2147483647 kbit/s at 1 rpm gives no track length that can be held"},
     {"rf_neg.zeb", [] { return ZebWith({{256 + 16384 + 12, -8}}); }, "track 0.1: bit length -8 does not fit its 16368 data bytes"},
     {"rf_long.zeb", [] { return ZebWith({{256 + 12, 130945}}); }, "track 0.0: bit length 130945 does not fit its 16368 data bytes"},
     {"rf_idx.zeb", [] { return ZebWith({{256 + 8, -1}}); }, "track 0.0: negative index offset -1"},
@@ -195,11 +193,9 @@ const std::tuple<const char*, Bytes (*)(), const char*> kRefused[] = {
     {"rf_none.hfe", [] { return HfeWith({{8, 0}}); }, "no tracks in the track list"},
     {"rf_85.hfe", [] { return HfeWith({{8, 85 << 8}}); }, "85 tracks: more cylinders than 84"},
     {"rf_first.hfe", [] { return HfeWith({{514, 0}}); }, "track 0 has length 0, so the rotation speed cannot be estimated"},
-    {"rf_list.hfe", [] { return HfeWith({{18, 0xFFFF}}); },
-     "track list: file ends early at offset 66560 (320 bytes wanted from offset 33553920)"},
+    {"rf_list.hfe", [] { return HfeWith({{18, 0xFFFF}}); }, "track list: file ends early at offset 66560 (320 bytes wanted from offset 33553920)"},
     {"rf_trk.hfe", [] { return HfeWith({{552, 0xFFFF}}); }, "file ends early at offset 66560 (track 10 ends at offset 33554432)"},
-    {"rf_cut.hfe", [] { Bytes f = HfeWith({}); f.resize(25); return f; },
-     "header: file ends early at offset 25 (26 bytes wanted from offset 0)"},
+    {"rf_cut.hfe", [] { Bytes f = HfeWith({}); f.resize(25); return f; }, "header: file ends early at offset 25 (26 bytes wanted from offset 0)"},
 };
 // clang-format on
 

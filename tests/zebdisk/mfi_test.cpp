@@ -79,30 +79,26 @@ bool Sectors(const Disk& d, const std::string& d88, ZEBDisk& z) {
     return v.Export(PathOf(d88)) && z.Import(PathOf(d88), 1);
 }
 
-class MfiRoundTrip : public testing::TestWithParam<Disk> {};
-
-TEST_P(MfiRoundTrip, SectorsAndCellsComeBack) {
-    const Disk& d = GetParam();
-    const std::string base = Scratch("mfi_rt_" + std::to_string(d.type * 100 + d.count));
-    ZEBDisk z, back;
-    ASSERT_TRUE(Sectors(d, base + "_in.d88", z));
-    ASSERT_TRUE(z.Export(PathOf(base + "_a.mfi"), 0)) << z.report.error;
-    const Bytes a = Slurp(base + "_a.mfi");
-    EXPECT_EQ(std::string(a.begin() + 24, a.begin() + 32), d.code);
-    ASSERT_TRUE(back.Import(PathOf(base + "_a.mfi"), 1)) << back.report.error;
-    EXPECT_EQ(back.report.warnings, std::vector<std::string>{});
-    ASSERT_TRUE(back.Export(PathOf(base + "_b.mfi"), 0) &&
-                back.Export(PathOf(base + "_out.d88"), 0));
-    EXPECT_TRUE(SameD88(base + "_in.d88", base + "_out.d88"));
-    EXPECT_EQ(Cells(a, z), Cells(Slurp(base + "_b.mfi"), back));
+TEST(MfiRoundTrip, SectorsAndCellsComeBack) {
+    for (const Disk& d :
+         {Disk{VDISK_2D, 16, 1, 1, "525 DSDD"}, Disk{VDISK_2D, 12, 0, 0, "525 DSDD"},
+          Disk{VDISK_2DD, 9, 2, 1, "525 DSDD"}, Disk{VDISK_2HD, 8, 3, 1, "525 DSHD"},
+          Disk{VDISK_2HD, 18, 2, 1, "35  DSHD"}}) {
+        SCOPED_TRACE(testing::PrintToString(d));
+        const std::string base = Scratch("mfi_rt_" + std::to_string(d.type * 100 + d.count));
+        ZEBDisk z, back;
+        ASSERT_TRUE(Sectors(d, base + "_in.d88", z));
+        ASSERT_TRUE(z.Export(PathOf(base + "_a.mfi"), 0)) << z.report.error;
+        const Bytes a = Slurp(base + "_a.mfi");
+        EXPECT_EQ(std::string(a.begin() + 24, a.begin() + 32), d.code);
+        ASSERT_TRUE(back.Import(PathOf(base + "_a.mfi"), 1)) << back.report.error;
+        EXPECT_EQ(back.report.warnings, std::vector<std::string>{});
+        ASSERT_TRUE(back.Export(PathOf(base + "_b.mfi"), 0) &&
+                    back.Export(PathOf(base + "_out.d88"), 0));
+        EXPECT_TRUE(SameD88(base + "_in.d88", base + "_out.d88"));
+        EXPECT_EQ(Cells(a, z), Cells(Slurp(base + "_b.mfi"), back));
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(Geometries, MfiRoundTrip,
-                         testing::Values(Disk{VDISK_2D, 16, 1, 1, "525 DSDD"},
-                                         Disk{VDISK_2D, 12, 0, 0, "525 DSDD"},
-                                         Disk{VDISK_2DD, 9, 2, 1, "525 DSDD"},
-                                         Disk{VDISK_2HD, 8, 3, 1, "525 DSHD"},
-                                         Disk{VDISK_2HD, 18, 2, 1, "35  DSHD"}));
 
 // The flux of a 2D disk's four tracks as angles, each transition off the
 // middle of its cell by up to a tenth of one, as files of every form hold it.
@@ -148,15 +144,12 @@ struct Case {
     const char* sig = "MAMEFLOPPYIMAGE";
     size_t cut = 0;
 };
+// clang-format off
 const Case kCases[] = {
     {.reason = ""},
     {.reason = "", .form = [](const Entries& a) { return a; }},
-    {.reason = "",
-     .form = [](const Entries& a) { return Zones(a, false); },
-     .sig = "MESSFLOPPYIMAGE"},
-    {.reason = "",
-     .form = [](const Entries& a) { return Zones(a, true); },
-     .sig = "MESSFLOPPYIMAGE"},
+    {.reason = "", .form = [](const Entries& a) { return Zones(a, false); }, .sig = "MESSFLOPPYIMAGE"},
+    {.reason = "", .form = [](const Entries& a) { return Zones(a, true); }, .sig = "MESSFLOPPYIMAGE"},
     {.reason = "header: file ends early at offset 20", .cut = 20},
     {.reason = "no MFI signature", .sig = "MAMEFLOPPYIMAGX"},
     {.reason = "85 cylinders: 1 to 84", .cyl = 85},
@@ -165,39 +158,23 @@ const Case kCases[] = {
     {.reason = "track table: file ends early", .cut = 40},
     {.reason = "no track can be read (track 0.0: compressed data ends before its plain size",
      .edit = [](Blob& b) { b.compressed = static_cast<uint32_t>(b.z.size() - 9); }},
-    {.reason = "compressed data ends 6 bytes before its compressed size",
-     .edit = [](Blob& b) { b.z.resize(b.z.size() + 6); }},
+    {.reason = "compressed data ends 6 bytes before its compressed size", .edit = [](Blob& b) { b.z.resize(b.z.size() + 6); }},
     {.reason = "is more than", .edit = [](Blob& b) { b.compressed = b.plain + 5000; }},
     {.reason = "short of its plain size of", .edit = [](Blob& b) { b.plain += 4; }},
     {.reason = "inflates to more than its plain size", .edit = [](Blob& b) { b.plain -= 4; }},
     {.reason = "more than a track holds", .edit = [](Blob& b) { b.plain = 1u << 21; }},
     {.reason = "runs past the end of the file", .edit = [](Blob& b) { b.offset = 1u << 30; }},
     {.reason = "compressed data is corrupt", .edit = [](Blob& b) { b.z[0] = 0; }},
-    {.reason = "out of order or past a turn",
-     .edit =
-         [](Blob& b) {
-             b = Deflate({kTurn / 4 * 3, kTurn / 2});
-         }},
-    {.reason = "entry 0 has an unknown type (5)",
-     .edit = [](Blob& b) { b = Deflate({5u << 28 | 7}); }},
-    {.reason = "no track holds flux",
-     .edit =
-         [](Blob& b) {
-             b = Deflate({kN | 1000, kE | 5});
-         }},
+    {.reason = "out of order or past a turn", .edit = [](Blob& b) { b = Deflate({kTurn / 4 * 3, kTurn / 2}); }},
+    {.reason = "entry 0 has an unknown type (5)", .edit = [](Blob& b) { b = Deflate({5u << 28 | 7}); }},
+    {.reason = "no track holds flux", .edit = [](Blob& b) { b = Deflate({kN | 1000, kE | 5}); }},
     {.reason = "W1 track cannot be read and is left unformatted (first: track 0.1, inflates to",
-     .edit = [](Blob& b) { b.plain += 4; },
-     .track = 1},
-    {.reason = "W1 track holds non-magnetized or damaged zones, read as unformatted (first: "
-               "track 1.0)",
-     .edit =
-         [](Blob& b) {
-             b = Deflate({kN | kTurn / 2, kE | 5000});
-         },
-     .track = 2},
-    {.reason = "W2 tracks between whole cylinders were left out (first: track 0.0, 1/2 step on)",
-     .cyl = 1u << 30 | 1},
+     .edit = [](Blob& b) { b.plain += 4; }, .track = 1},
+    {.reason = "W1 track holds non-magnetized or damaged zones, read as unformatted (first: track 1.0)",
+     .edit = [](Blob& b) { b = Deflate({kN | kTurn / 2, kE | 5000}); }, .track = 2},
+    {.reason = "W2 tracks between whole cylinders were left out (first: track 0.0, 1/2 step on)", .cyl = 1u << 30 | 1},
 };
+// clang-format on
 
 TEST(MfiFiles, ReadInEveryFormRefusedOrLeftOutWithAReason) {
     const std::string in = Scratch("mfi_in.d88");
