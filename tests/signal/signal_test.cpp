@@ -186,19 +186,16 @@ TEST(VFO, RoundsLocksAndCorrectsThePeriod) {
     using Row = std::tuple<int, int, int32_t, Ints, uint64_t>;
     const Ints c0 = {16, 24, 32};
     const uint64_t two = 0x5555555555555555, four = 0x1111111111111111;
+    // clang-format off
     const std::tuple<int, int, Ints, Row> cases[] = {
-        {16, 31, {}, {2, 0, 0x80000, c0, two >> 2}},
-        {16, 31, {17}, {2, 1, 0x80000, c0, two}},
-        {16, 32, {17}, {2, 1, 0x80CCC, c0, two}},
-        {16, 32, {15}, {2, 1, 0x80000 - 3277, c0, two}},
-        {16, 32, {17, 24}, {3, 0, 0x80CCC, c0, two << 3 | 1}},
-        {32, 16, {}, {4, 1, 0x80000, c0, four}},
-        {32, 16, {33}, {4, 1, 0x80000 + 1638, c0, four}},
-        {32, 16, {31}, {4, 1, 0x80000 - 1639, c0, four}},
+        {16, 31, {}, {2, 0, 0x80000, c0, two >> 2}},          {16, 31, {17}, {2, 1, 0x80000, c0, two}},
+        {16, 32, {17}, {2, 1, 0x80CCC, c0, two}},             {16, 32, {15}, {2, 1, 0x80000 - 3277, c0, two}},
+        {16, 32, {17, 24}, {3, 0, 0x80CCC, c0, two << 3 | 1}}, {32, 16, {}, {4, 1, 0x80000, c0, four}},
+        {32, 16, {33}, {4, 1, 0x80000 + 1638, c0, four}},     {32, 16, {31}, {4, 1, 0x80000 - 1639, c0, four}},
         {16, 32, {2}, {0, 1, 0x80000 + 19665, {17, 25, 33}, two}},
-        {16, 32, {508}, {64, 0, 0x80000, c0, 0}},
-        {600, 1, {508}, {63, 0, 0x80000, c0, 1}},
+        {16, 32, {508}, {64, 0, 0x80000, c0, 0}},             {600, 1, {508}, {63, 0, 0x80000, c0, 1}},
     };
+    // clang-format on
     for (const auto& [d, n, tail, want] : cases) {
         const VFOState v = Fed(d, n, tail);
         const Row got(v.cells, v.locked, v.period, {v.center2, v.center3, v.center4}, v.history);
@@ -211,15 +208,14 @@ TEST(Raw2Encode, PinnedTracks) {
     // again closes with a valid 9-sample cell, moving the last transition on; row 4
     // ends on a word boundary. Row 7: 8 and 40 samples are invalid; cell 25 % 25 set.
     const Ints grid = {0, 16, 32, 48, 64, 80};
+    // clang-format off
     const std::tuple<int, Ints, int, int, int, Ints> cases[] = {
-        {800, {}, 1, 512, 100, {}},
-        {803, {0}, 803, 512, 100, {}},
-        {89, grid, 1, 128, 11, {0, 2, 4, 6, 8, 11}},
-        {97, {7, 23, 39, 55, 70, 95}, 1, 128, 12, {0, 2, 4, 6, 8, 11}},
-        {96, grid, 1, 128, 12, {0, 2, 4, 6, 8, 10}},
-        {96, grid, 1, 7, 12, {0, 1, 2, 3, 4, 6}},
+        {800, {}, 1, 512, 100, {}},                   {803, {0}, 803, 512, 100, {}},
+        {89, grid, 1, 128, 11, {0, 2, 4, 6, 8, 11}},  {97, {7, 23, 39, 55, 70, 95}, 1, 128, 12, {0, 2, 4, 6, 8, 11}},
+        {96, grid, 1, 128, 12, {0, 2, 4, 6, 8, 10}},  {96, grid, 1, 7, 12, {0, 1, 2, 3, 4, 6}},
         {200, {0, 16, 24, 40, 80}, 1, 64, 25, {0, 2, 5}},
     };
+    // clang-format on
     for (const auto& [len, edges, width, cap, n, bits] : cases) {
         Bytes enc(static_cast<size_t>(cap + 7) / 8, 0xFF);
         EXPECT_EQ(Raw2Encode(Track(len, edges, width).data(), len, enc.data(), cap), n) << len;
@@ -246,16 +242,14 @@ TEST(RawTracks, FastCodeMatchesSampleBySampleReference) {
                 pos.insert(pos.begin() + R(rng, static_cast<int>(pos.size()) + 1),
                            static_cast<int>(map.edges[0].cell - (map.edges[0].sample + 1) / 8));
         const auto [n, cells, mapped, placed, aligned] = ref::Scan(raw.data(), len, cap, pos);
-        ASSERT_EQ(mappedN, n) << len;
-        ASSERT_EQ(enc, cells) << len;
+        ASSERT_EQ(std::tie(mappedN, enc), std::tie(n, cells)) << len;
         ASSERT_EQ(Raw2Encode(work.data(), len, out.data(), cap), n) << len;
         ASSERT_EQ(out, cells) << "len " << len << " cap " << cap;
         Ints viaMap = pos;
         ASSERT_EQ(RawEdgePosMulti(map, viaMap.data(), static_cast<int>(pos.size())), placed);
         ASSERT_EQ(Enc2RawPosMulti(work.data(), len, pos.data(), static_cast<int>(pos.size())),
                   placed);
-        ASSERT_EQ(pos, mapped) << len;
-        ASSERT_EQ(viaMap, mapped) << len;
+        ASSERT_EQ(std::tie(pos, viaMap), std::tie(mapped, mapped)) << len;
         ASSERT_EQ(AlignRaw(work.data(), len), len);
         ASSERT_EQ(work, aligned) << len;
         work = raw;
