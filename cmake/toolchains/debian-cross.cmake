@@ -4,12 +4,14 @@ set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_C_COMPILER ${ZEBKIT_TARGET_TRIPLE}-gcc)
 set(CMAKE_CXX_COMPILER ${ZEBKIT_TARGET_TRIPLE}-g++)
 
-# Target libraries and headers come from the cross sysroot, and from the
-# machine's own root for Debian's multiarch packages of the target (zlib1g-dev:arm64
-# puts its library in /usr/lib/<triple>, which only the target's library
-# architecture reaches, and its headers in /usr/include); programs (the
-# emulator, host tools) come from the build machine.
-set(CMAKE_FIND_ROOT_PATH /usr/${ZEBKIT_TARGET_TRIPLE} /)
+# Target libraries and headers come from the cross sysroot, and from a folder
+# holding Debian's packages of the target unpacked (ZEBKIT_TARGET_ROOT: zlib,
+# headers in usr/include, libraries in usr/lib/<triple>); programs (the
+# emulator, host tools) come from the build machine. zlib is linked statically,
+# so the programs need no more than the sysroot's libraries under emulation.
+set(ZEBKIT_TARGET_ROOT "" CACHE PATH "Unpacked target packages (zlib)")
+set(CMAKE_FIND_ROOT_PATH /usr/${ZEBKIT_TARGET_TRIPLE} ${ZEBKIT_TARGET_ROOT})
+set(ZLIB_USE_STATIC_LIBS ON)
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
@@ -20,9 +22,7 @@ find_program(ZEBKIT_QEMU ${ZEBKIT_QEMU_NAME} NO_CMAKE_FIND_ROOT_PATH)
 if(NOT ZEBKIT_QEMU)
   set(ZEBKIT_QEMU ${ZEBKIT_QEMU_NAME})
 endif()
-# The multiarch zlib package brings the target's own C library into
-# /lib/<triple>, which the loader would otherwise take before the sysroot's:
-# a C library that does not match the sysroot's loader hangs the programs. The
-# sysroot's libraries come first, then the multiarch ones for zlib.
+# The sysroot's libraries come first, also where the machine has the target's
+# own multiarch C library installed, which does not match the sysroot's loader.
 set(CMAKE_CROSSCOMPILING_EMULATOR ${ZEBKIT_QEMU} -L /usr/${ZEBKIT_TARGET_TRIPLE}
-    -E LD_LIBRARY_PATH=/usr/${ZEBKIT_TARGET_TRIPLE}/lib:/lib/${ZEBKIT_TARGET_TRIPLE})
+    -E LD_LIBRARY_PATH=/usr/${ZEBKIT_TARGET_TRIPLE}/lib)
