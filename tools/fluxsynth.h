@@ -170,9 +170,10 @@ inline Bytes MakeScp(const std::map<int, Flux>& tracks, uint8_t heads = 0, uint8
 }
 
 inline void Oob(Bytes& b, uint8_t type, const Bytes& payload) {
-    b.insert(b.end(), {0x0D, type, static_cast<uint8_t>(payload.size()),
-                       static_cast<uint8_t>(payload.size() >> 8)});
-    b.insert(b.end(), payload.begin(), payload.end());
+    b.push_back(0x0D), b.push_back(type);
+    b.push_back(static_cast<uint8_t>(payload.size()));
+    b.push_back(static_cast<uint8_t>(payload.size() >> 8));
+    for (uint8_t x : payload) b.push_back(x);
 }
 inline Bytes Le32(std::initializer_list<uint64_t> v) {
     Bytes b;
@@ -187,8 +188,8 @@ inline Bytes Le32(std::initializer_list<uint64_t> v) {
 inline Bytes MakeStream(const Flux& f, double sck = 0, bool nops = false) {
     Bytes b;
     uint64_t pos = 0;  // bytes outside blocks
-    auto put = [&](const Bytes& codes) {
-        b.insert(b.end(), codes.begin(), codes.end());
+    auto put = [&](std::initializer_list<uint8_t> codes) {
+        for (uint8_t x : codes) b.push_back(x);
         pos += codes.size();
     };
     const std::string info =
@@ -200,9 +201,12 @@ inline Bytes MakeStream(const Flux& f, double sck = 0, bool nops = false) {
         const uint64_t v = t - last, first = pos, low = v & 0xFFFF;
         for (uint64_t n = 0; n < v >> 16; n++) put({0x0B});
         const auto hi = static_cast<uint8_t>(low >> 8), lo = static_cast<uint8_t>(low);
-        put(low >= 0x0E && low <= 0xFF ? Bytes{lo}
-            : low < 0x800              ? Bytes{hi, lo}
-                                       : Bytes{0x0C, hi, lo});
+        if (low >= 0x0E && low <= 0xFF)
+            put({lo});
+        else if (low < 0x800)
+            put({hi, lo});
+        else
+            put({0x0C, hi, lo});
         // The index blocks of this flux follow it, as the device sends them.
         for (; next < f.index.size() && f.index[next] < t; next++) {
             const uint64_t within = f.index[next] - last;
