@@ -372,7 +372,7 @@ bool ZEBDisk::ImportKryoFlux(const Filepath& path) {
     bool missing[FluxCapture::kMaxCylinders][2] = {};
     for (int c = 0; c < FluxCapture::kMaxCylinders; c++) {
         for (int h = 0; h < 2; h++) {
-            char num[16];
+            char num[32];  // room for any two ints, which the compiler cannot bound
             std::snprintf(num, sizeof num, "%02d.%d", c, h);
             const std::string base = prefix + num + path.ext;
             if (Fileio::IsExist((std::string(path.dir) + base).c_str()) == 1)
